@@ -1,0 +1,3 @@
+#include "app/vaskel_host.h"
+
+int main(int argc, char** argv) { return VaskelHost::main(argc, argv); }

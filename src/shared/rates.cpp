@@ -1,0 +1,75 @@
+#include "shared/rates.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <array>
+#include <charconv>
+#include <cmath>
+
+#include "platform/app_group_container.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/seam.h"
+
+namespace Shared {
+namespace {
+
+constexpr double FRESH_FOR_SECONDS = 4.0;
+
+// stats.json holds a handful of numbers; anything much larger is not a sample.
+constexpr qint64 MAX_STATS_BYTES = 64 * 1024;
+
+double numberOrZero(const QJsonObject& object, const QString& key) {
+    const QJsonValue value = object.value(key);
+    return value.isDouble() ? value.toDouble() : 0.0;
+}
+
+double rateOrZero(const QJsonObject& object, const QString& key) {
+    const double rate = numberOrZero(object, key);
+    return std::isfinite(rate) && rate > 0 ? rate : 0.0;
+}
+
+}  // namespace
+
+std::optional<QString> statsURL() {
+    const auto container =
+        platform::current<platform::AppGroupContainer>().path(QLatin1String(APP_GROUP));
+    if (!container) return std::nullopt;
+    return *container + QStringLiteral("/stats.json");
+}
+
+Rates readRates() {
+    const auto path = statsURL();
+    if (!path) return {};
+    const auto bytes = platform::readSmallFile(*path, MAX_STATS_BYTES);
+    if (!bytes) return {};
+    const QJsonDocument document = QJsonDocument::fromJson(*bytes);
+    if (!document.isObject()) return {};
+    const QJsonObject sample = document.object();
+    const double at = numberOrZero(sample, QStringLiteral("at"));
+    const double age = platform::current<platform::Clock>().secondsSince1970() - at;
+    if (!(age < FRESH_FOR_SECONDS)) return {};  // also catches not-a-number
+    return {rateOrZero(sample, QStringLiteral("down_bps")), rateOrZero(sample, QStringLiteral("up_bps")),
+            true};
+}
+
+}  // namespace Shared
+
+namespace {
+
+// printf's "%.Nf" without the locale: the display always uses "." as the decimal point.
+QString fixed(double value, int decimals) {
+    std::array<char, 400> buffer{};
+    const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value,
+                                      std::chars_format::fixed, decimals);
+    if (result.ec != std::errc{}) return QStringLiteral("0");
+    return QString::fromLatin1(buffer.data(), result.ptr - buffer.data());
+}
+
+}  // namespace
+
+QString formatRate(double r) {
+    if (r >= 1048576) return fixed(r / 1048576, 1) + QStringLiteral(" MB/s");
+    if (r >= 1024) return fixed(r / 1024, 0) + QStringLiteral(" KB/s");
+    return fixed(r, 0) + QStringLiteral(" B/s");
+}

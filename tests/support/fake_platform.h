@@ -1,0 +1,91 @@
+#pragma once
+
+#include <QString>
+#include <QTemporaryDir>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "platform/app_group_container.h"
+#include "platform/application_bundle.h"
+#include "platform/clock.h"
+#include "platform/home_directory.h"
+#include "platform/log.h"
+#include "platform/seam.h"
+
+namespace testing_support {
+
+class FakeHome final : public platform::HomeDirectory {
+public:
+    QString dir;
+    QString path() const override { return dir; }
+};
+
+/// A container folder under the test's directory; `available` false acts as a group that cannot
+/// be created.
+class FakeContainer final : public platform::AppGroupContainer {
+public:
+    QString dir;
+    bool available = true;
+    std::optional<QString> path(const QString& group) const override;
+};
+
+class FakeClock final : public platform::Clock {
+public:
+    double now = 1'800'000'000.0;
+    double secondsSince1970() const override { return now; }
+};
+
+class FakeBundle final : public platform::ApplicationBundle {
+public:
+    platform::BundleInfo bundleInfo{QStringLiteral("1.0"), QStringLiteral("1"),
+                                    QStringLiteral("vaskel"), QStringLiteral("Vaskel")};
+    QString bundlePath = QStringLiteral("/usr/bin");
+    platform::BundleInfo info() const override { return bundleInfo; }
+    QString path() const override { return bundlePath; }
+};
+
+struct LogLine {
+    platform::LogLevel level;
+    std::string subsystem;
+    std::string category;
+    QString message;
+};
+
+/// Records log lines instead of sending them to the journal; thread-safe.
+class CaptureLog final : public platform::LogSink {
+public:
+    void write(platform::LogLevel level, std::string_view subsystem, std::string_view category,
+               const QString& message) override;
+    std::vector<LogLine> lines() const;
+    /// The messages alone, in order.
+    QStringList messages() const;
+    void clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<LogLine> lines_;
+};
+
+/// Every platform facility of the core replaced for one test: a throwaway home directory and
+/// container, a fixed clock, a build of version 1.0 (1), and a captured log.
+class FakePlatform {
+public:
+    FakePlatform();
+
+    QTemporaryDir root;
+    FakeHome home;
+    FakeContainer container;
+    FakeClock clock;
+    FakeBundle bundle;
+    CaptureLog log;
+
+private:
+    platform::StandIn<platform::HomeDirectory> homeStandIn_{home};
+    platform::StandIn<platform::AppGroupContainer> containerStandIn_{container};
+    platform::StandIn<platform::Clock> clockStandIn_{clock};
+    platform::StandIn<platform::ApplicationBundle> bundleStandIn_{bundle};
+    platform::StandIn<platform::LogSink> logStandIn_{log};
+};
+
+}  // namespace testing_support
