@@ -93,7 +93,8 @@ std::optional<QString> makeDirectories(const QString& path, mode_t mode) {
         }
         if (errno != EEXIST) return describe(QFile::decodeName(prefix), errno);
         struct stat info {};
-        if (::stat(prefix.constData(), &info) != 0) return describe(QFile::decodeName(prefix), errno);
+        if (::stat(prefix.constData(), &info) != 0)
+            return describe(QFile::decodeName(prefix), errno);
         if (!S_ISDIR(info.st_mode)) return describe(QFile::decodeName(prefix), ENOTDIR);
     }
     return std::nullopt;
@@ -126,7 +127,8 @@ std::optional<QString> writeFileAtomically(const QString& path, const QByteArray
         return describe(path, error);
     }
     // Make the rename itself durable. A failure here leaves a complete file in place.
-    int dirFd = ::open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int dirFd =
+        ::open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dirFd >= 0) {
         ::fsync(dirFd);
         ::close(dirFd);

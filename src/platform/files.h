@@ -1,9 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
 #include <QByteArray>
 #include <QString>
 #include <optional>
-#include <sys/types.h>
 
 // Small POSIX file helpers with the guarantees the configuration and state files need.
 namespace platform {

@@ -17,8 +17,8 @@ bool socketAccepts(const QByteArray& name, bool abstractName) {
     const size_t offset = abstractName ? 1 : 0;
     if (name.isEmpty() || size_t(name.size()) + offset >= sizeof(address.sun_path)) return false;
     std::memcpy(address.sun_path + offset, name.constData(), size_t(name.size()));
-    const socklen_t length = socklen_t(offsetof(sockaddr_un, sun_path) + offset + name.size() +
-                                       (abstractName ? 0 : 1));
+    const socklen_t length =
+        socklen_t(offsetof(sockaddr_un, sun_path) + offset + name.size() + (abstractName ? 0 : 1));
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return false;
     bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0;
@@ -58,7 +58,9 @@ bool waylandDisplayReachable(const EnvironmentLookup& environment) {
 
 }  // namespace
 
-QString processEnvironment(const char* name) { return qEnvironmentVariable(name); }
+QString processEnvironment(const char* name) {
+    return qEnvironmentVariable(name);
+}
 
 std::optional<QString> graphicalSessionProblem(const EnvironmentLookup& environment) {
     if (!environment("QT_QPA_PLATFORM").isEmpty()) return std::nullopt;

@@ -36,9 +36,8 @@ public:
             return;
         }
         if (!fallbackToStandardError.load(std::memory_order_relaxed)) return;
-        std::fprintf(stderr, "vaskel [%.*s:%.*s] %s: %s\n", int(subsystem.size()),
-                     subsystem.data(), int(category.size()), category.data(), levelName,
-                     text.constData());
+        std::fprintf(stderr, "vaskel [%.*s:%.*s] %s: %s\n", int(subsystem.size()), subsystem.data(),
+                     int(category.size()), category.data(), levelName, text.constData());
     }
 };
 

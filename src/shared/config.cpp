@@ -12,13 +12,19 @@
 namespace Shared {
 namespace {
 
-QString parentDirectory(const QString& path) { return path.left(path.lastIndexOf(QLatin1Char('/'))); }
+QString parentDirectory(const QString& path) {
+    return path.left(path.lastIndexOf(QLatin1Char('/')));
+}
 
 }  // namespace
 
-QString home() { return platform::current<platform::HomeDirectory>().path(); }
+QString home() {
+    return platform::current<platform::HomeDirectory>().path();
+}
 
-QString configPath() { return home() + QStringLiteral("/.vaskel/config.json"); }
+QString configPath() {
+    return home() + QStringLiteral("/.vaskel/config.json");
+}
 
 QJsonObject readConfig() {
     const std::optional<QByteArray> bytes = platform::readSmallFile(configPath());

@@ -49,8 +49,8 @@ Rates readRates() {
     const double at = numberOrZero(sample, QStringLiteral("at"));
     const double age = platform::current<platform::Clock>().secondsSince1970() - at;
     if (!(age < FRESH_FOR_SECONDS)) return {};  // also catches not-a-number
-    return {rateOrZero(sample, QStringLiteral("down_bps")), rateOrZero(sample, QStringLiteral("up_bps")),
-            true};
+    return {rateOrZero(sample, QStringLiteral("down_bps")),
+            rateOrZero(sample, QStringLiteral("up_bps")), true};
 }
 
 }  // namespace Shared

@@ -9,7 +9,8 @@ ProgramRun runVaskel(const QStringList& arguments, const QString& home,
                      const QProcessEnvironment& extra, double timeoutSeconds) {
     QProcessEnvironment environment;
     const QProcessEnvironment system = QProcessEnvironment::systemEnvironment();
-    for (const char* keep : {"PATH", "LANG", "LC_ALL", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+    for (const char* keep :
+         {"PATH", "LANG", "LC_ALL", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
         const QString name = QLatin1String(keep);
         if (system.contains(name)) environment.insert(name, system.value(name));
     }
@@ -21,8 +22,9 @@ ProgramRun runVaskel(const QStringList& arguments, const QString& home,
     environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(VASKEL_TEST_HOME_PRELOAD));
     // A sanitizer runtime in the program wants to come first; the preloaded shim has none.
     QString asan = environment.value(QStringLiteral("ASAN_OPTIONS"));
-    environment.insert(QStringLiteral("ASAN_OPTIONS"),
-                       asan + (asan.isEmpty() ? "" : ":") + QStringLiteral("verify_asan_link_order=0"));
+    environment.insert(
+        QStringLiteral("ASAN_OPTIONS"),
+        asan + (asan.isEmpty() ? "" : ":") + QStringLiteral("verify_asan_link_order=0"));
     environment.insert(extra);
 
     QProcess process;

@@ -12,10 +12,11 @@ bool refuseBadInstallLocation() {
     auto& presentation = platform::Presentation::shared();
     presentation.setActivationPolicy(platform::ActivationPolicy::regular);
     presentation.activate();
-    const platform::Alert alert{platform::Alert::Style::warning,
-                                QStringLiteral("Vaskel isn't installed yet"),
-                                *problem,
-                                {QStringLiteral("Show Applications Folder"), QStringLiteral("Quit")}};
+    const platform::Alert alert{
+        platform::Alert::Style::warning,
+        QStringLiteral("Vaskel isn't installed yet"),
+        *problem,
+        {QStringLiteral("Show Applications Folder"), QStringLiteral("Quit")}};
     if (platform::current<platform::Alerts>().runModal(alert) == platform::ALERT_FIRST_BUTTON) {
         platform::current<platform::Workspace>().activateFileViewerSelecting(
             {QStringLiteral("/Applications")});

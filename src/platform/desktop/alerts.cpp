@@ -31,8 +31,8 @@ public:
             alert.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : alert.buttons;
         for (qsizetype i = 0; i < titles.size(); ++i) {
             // The first button is the default, as on every desktop; the rest follow in order.
-            buttons.append(box.addButton(titles[i], i == 0 ? QMessageBox::AcceptRole
-                                                           : QMessageBox::RejectRole));
+            buttons.append(box.addButton(
+                titles[i], i == 0 ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
         }
         box.setDefaultButton(buttons.first());
         box.setEscapeButton(buttons.last());

@@ -19,13 +19,15 @@ public:
         QStringList uris;
         for (const QString& path : paths) uris << QUrl::fromLocalFile(path).toString();
         QDBusMessage call = QDBusMessage::createMethodCall(
-            QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+            QStringLiteral("org.freedesktop.FileManager1"),
+            QStringLiteral("/org/freedesktop/FileManager1"),
             QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
         call << uris << QString();
         const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 5000);
         if (reply.type() == QDBusMessage::ReplyMessage) return;
         QFileInfo first(paths.first());
-        openURL(QUrl::fromLocalFile(first.isDir() ? first.absoluteFilePath() : first.absolutePath()));
+        openURL(
+            QUrl::fromLocalFile(first.isDir() ? first.absoluteFilePath() : first.absolutePath()));
     }
 };
 

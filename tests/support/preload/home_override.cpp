@@ -8,7 +8,9 @@
 
 namespace {
 
-char* testHome() { return std::getenv("VASKEL_TEST_HOME"); }
+char* testHome() {
+    return std::getenv("VASKEL_TEST_HOME");
+}
 
 }  // namespace
 
