@@ -53,12 +53,15 @@ std::optional<QByteArray> readSmallFile(const QString& path, qint64 maxBytes) {
         bytes.resize(qsizetype(info.st_size));
         qsizetype have = 0;
         bool ok = true;
-        // The file may grow or shrink between fstat and read: read until end of file, within
-        // the limit.
+        // The file may grow or shrink between fstat and read: read until end of file. One byte
+        // past the limit tells a file that grew too large from one that just fits.
         for (;;) {
             if (have == bytes.size()) {
-                if (bytes.size() >= maxBytes) break;
-                bytes.resize(std::min<qsizetype>(maxBytes, bytes.size() * 2 + 4096));
+                if (have > maxBytes) {
+                    ok = false;
+                    break;
+                }
+                bytes.resize(std::min<qsizetype>(maxBytes + 1, bytes.size() * 2 + 4096));
             }
             ssize_t n = ::read(fd, bytes.data() + have, size_t(bytes.size() - have));
             if (n < 0 && errno == EINTR) continue;

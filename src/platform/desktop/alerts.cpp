@@ -25,6 +25,8 @@ public:
         box.setIcon(iconFor(alert.style));
         box.setWindowTitle(QStringLiteral("Vaskel"));
         box.setText(alert.messageText);
+        // The message is the headline, the informative text explains it, as desktop alerts read.
+        box.setStyleSheet(QStringLiteral("QLabel#qt_msgbox_label { font-weight: bold; }"));
         box.setInformativeText(alert.informativeText);
         QList<QPushButton*> buttons;
         const QStringList titles =
