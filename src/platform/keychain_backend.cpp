@@ -150,6 +150,14 @@ struct Connection {
 
 Connection connect(const Deadline& deadline) {
     Error error;
+    // libsecret talks over GLib's shared session-bus connection, which by default ends the
+    // whole process when the bus goes away (at logout, say) while a call holds it. A keychain
+    // call must fail instead, so take the connection first and switch that off.
+    GObjectPtr<GDBusConnection> bus(
+        g_bus_get_sync(G_BUS_TYPE_SESSION, deadline.cancellable(), error.out()));
+    if (!bus) return {nullptr, error ? error.status() : NOT_AVAILABLE};
+    g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
+
     GObjectPtr<SecretService> service(secret_service_open_sync(
         SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_NONE, deadline.cancellable(), error.out()));
     if (!service) return {nullptr, error ? error.status() : NOT_AVAILABLE};
