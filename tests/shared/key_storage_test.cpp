@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QJsonDocument>
 
 #include "shared/config.h"
 #include "shared/keychain_store.h"
@@ -26,9 +25,19 @@ protected:
             EXPECT_FALSE(line.contains(SECRET)) << "logged the key: " << line.toStdString();
     }
 
-    void writeConfigText(const QByteArray& text) {
+    // Starts a row from nothing: no item, no file, no marker, no log, a keychain that works.
+    void reset() {
+        KeychainStore::deleteKey();
+        QFile::remove(Shared::configPath());
+        QFile::remove(Shared::keychainMarkerPath());
+        platform.log.clear();
+        keychain.refuseCopy(std::nullopt);
+        keychain.refuseAdd(std::nullopt);
+        keychain.setReadableAcrossSession(true);
+    }
+    void writeFile(const QString& path, const QByteArray& text) {
         QDir().mkpath(platform.home.dir + "/.vaskel");
-        QFile file(Shared::configPath());
+        QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(text);
     }
@@ -36,13 +45,9 @@ protected:
         QFile file(Shared::configPath());
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
-    void putKeychainKey(const QString& key) {
+    void putKeychainSecret(const QByteArray& secret) {
         keychain.insert({KeychainStore::service, KeychainStore::accessGroup, "a@example.com",
-                         KeychainStore::label, key.toUtf8()});
-    }
-    void createMarker() {
-        QFile marker(Shared::keychainMarkerPath());
-        ASSERT_TRUE(marker.open(QIODevice::WriteOnly));
+                         KeychainStore::label, secret});
     }
     QJsonValue fileKey() { return Shared::readConfig().value("api_key"); }
 };
@@ -52,86 +57,64 @@ TEST_F(KeyStorageTest, StoredKeyPrefersTheKeychainThenANonEmptyFileString) {
         const char* name;
         std::optional<QByteArray> keychainSecret;
         std::optional<platform::OSStatus> keychainRefuses;
-        QByteArray config;  // empty: no file
+        QByteArray config;
         std::optional<QString> expected;
     } cases[] = {
-        {"keychain wins over file",
-         "from-keychain",
-         {},
-         R"({"api_key":"from-file"})",
-         "from-keychain"},
-        {"keychain only", "from-keychain", {}, "", "from-keychain"},
+        {"keychain wins", "from-keychain", {}, R"({"api_key":"from-file"})", "from-keychain"},
         {"file only", {}, {}, R"({"api_key":"from-file"})", "from-file"},
         {"signed out", {}, {}, R"({"api_key":""})", std::nullopt},
-        {"no file", {}, {}, "", std::nullopt},
         {"key is a number", {}, {}, R"({"api_key":12345})", std::nullopt},
-        {"key is null", {}, {}, R"({"api_key":null})", std::nullopt},
-        {"damaged file", {}, {}, R"({"api_key":"x)", std::nullopt},
-        {"locked keychain", "from-keychain", status::INTERACTION_NOT_ALLOWED,
-         R"({"api_key":"from-file"})", "from-file"},
-        {"no keychain", {}, status::NOT_AVAILABLE, R"({"api_key":"from-file"})", "from-file"},
-        {"keychain secret not UTF-8",
-         QByteArray("\xff\xfe", 2),
-         {},
-         R"({"api_key":"from-file"})",
+        {"locked keychain", "k", status::INTERACTION_NOT_ALLOWED, R"({"api_key":"from-file"})",
          "from-file"},
-        {"keychain secret empty", QByteArray(""), {}, R"({"api_key":"from-file"})", "from-file"},
+        {"unusable keychain secret", "", {}, R"({"api_key":"from-file"})", "from-file"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        KeychainStore::deleteKey();
-        QFile::remove(Shared::configPath());
+        reset();
         keychain.refuseCopy(c.keychainRefuses);
-        if (c.keychainSecret) {
-            keychain.insert({KeychainStore::service, KeychainStore::accessGroup, "a",
-                             KeychainStore::label, *c.keychainSecret});
-        }
-        if (!c.config.isEmpty()) writeConfigText(c.config);
+        if (c.keychainSecret) putKeychainSecret(*c.keychainSecret);
+        writeFile(Shared::configPath(), c.config);
         EXPECT_EQ(Shared::storedKey(), c.expected);
     }
 }
 
-TEST_F(KeyStorageTest, StoreKeyKeepsNoFileCopyWhenTheOtherComponentsReadTheKeychain) {
-    Shared::storeKey(SECRET, "a@example.com");
-
-    ASSERT_EQ(keychain.items().size(), 1u);
-    EXPECT_EQ(keychain.items()[0].account, "a@example.com");
-    EXPECT_EQ(fileKey(), QJsonValue(""));
-    EXPECT_EQ(Shared::storedKey(), SECRET);
-    EXPECT_EQ(platform.log.messages(), QStringList{"set api_key"});
-}
-
-TEST_F(KeyStorageTest, StoreKeyKeepsAFileCopyWhenTheOtherComponentsCannotReadTheKeychain) {
-    keychain.setReadableAcrossSession(false);
-    Shared::storeKey(SECRET, "a@example.com");
-
-    EXPECT_EQ(keychain.items().size(), 1u);
-    EXPECT_EQ(fileKey(), QJsonValue(SECRET));
-}
-
-TEST_F(KeyStorageTest, RefusedKeyIsLoggedWithTheReasonAndKeptInTheFile) {
-    for (platform::OSStatus refusal :
-         {status::INTERACTION_NOT_ALLOWED, status::NOT_AVAILABLE, platform::OSStatus(-99)}) {
-        SCOPED_TRACE(refusal);
-        platform.log.clear();
-        keychain.refuseAdd(refusal);
+TEST_F(KeyStorageTest, StoreKeyKeepsAFileCopyOnlyWhereTheKeychainCannotServe) {
+    const QString refused = "keychain refused the key (" +
+                            KeychainStore::describe(status::INTERACTION_NOT_ALLOWED) +
+                            "); keeping it in config";
+    const struct {
+        const char* name;
+        std::optional<platform::OSStatus> addRefused;
+        bool othersReadKeychain;
+        QJsonValue fileKey;
+        QStringList log;
+    } cases[] = {
+        {"keychain for all", {}, true, QJsonValue(""), {"set api_key"}},
+        {"keychain not for all", {}, false, QJsonValue(SECRET), {"set api_key"}},
+        {"keychain refuses",
+         status::INTERACTION_NOT_ALLOWED,
+         true,
+         QJsonValue(SECRET),
+         {refused, "set api_key"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        reset();
+        keychain.refuseAdd(c.addRefused);
+        keychain.setReadableAcrossSession(c.othersReadKeychain);
         Shared::storeKey(SECRET, "a@example.com");
 
-        EXPECT_TRUE(keychain.items().empty());
-        EXPECT_EQ(fileKey(), QJsonValue(SECRET));
+        EXPECT_EQ(fileKey(), c.fileKey);
+        EXPECT_EQ(platform.log.messages(), c.log);
+        EXPECT_EQ(keychain.items().size(), c.addRefused ? 0u : 1u);
         EXPECT_EQ(Shared::storedKey(), SECRET);
-        const auto lines = platform.log.lines();
-        ASSERT_EQ(lines.size(), 2u);
-        EXPECT_EQ(lines[0].level, platform::LogLevel::error);
-        EXPECT_EQ(lines[0].message, "keychain refused the key (" +
-                                        KeychainStore::describe(refusal) +
-                                        "); keeping it in config");
-        EXPECT_EQ(lines[1].message, "set api_key");
     }
+    EXPECT_EQ(platform.log.lines().front().level, platform::LogLevel::error);
 }
 
-// Migration, one row per state the key can be in at start-up.
+// One row per state the key can be in when the agent starts.
 TEST_F(KeyStorageTest, MigrationMovesOrClearsTheFileCopyByState) {
+    const QString moved = "moved account key to the keychain: ";
     const struct {
         const char* name;
         bool keychainHasKey;
@@ -139,14 +122,12 @@ TEST_F(KeyStorageTest, MigrationMovesOrClearsTheFileCopyByState) {
         bool othersReadKeychain;
         std::optional<platform::OSStatus> addRefused;
         QByteArray config;
-        // Expected afterwards:
-        QJsonValue fileKey;
-        std::optional<QString> keychainAccount;  // none: no item
+        QJsonValue fileKeyAfter;
+        std::optional<QString> itemAccount;  // none: no item afterwards
         QStringList log;
     } cases[] = {
         {"signed out", false, false, true, {}, R"({"api_key":""})", QJsonValue(""), {}, {}},
-        {"no file at all", false, true, true, {}, "", QJsonValue(QJsonValue::Undefined), {}, {}},
-        {"file key is a number", false, false, true, {}, R"({"api_key":5})", QJsonValue(5), {}, {}},
+        {"file key is a number", false, true, true, {}, R"({"api_key":5})", QJsonValue(5), {}, {}},
         {"file key, no account",
          false,
          false,
@@ -155,7 +136,7 @@ TEST_F(KeyStorageTest, MigrationMovesOrClearsTheFileCopyByState) {
          R"({"api_key":"secret-key-7f3a"})",
          QJsonValue(SECRET),
          "vaskel",
-         {"moved account key to the keychain: ok"}},
+         {moved + "ok"}},
         {"file key with account",
          false,
          true,
@@ -164,16 +145,7 @@ TEST_F(KeyStorageTest, MigrationMovesOrClearsTheFileCopyByState) {
          R"({"account_email":"a@example.com","api_key":"secret-key-7f3a"})",
          QJsonValue(SECRET),
          "a@example.com",
-         {"moved account key to the keychain: ok"}},
-        {"account not a string",
-         false,
-         false,
-         true,
-         {},
-         R"({"account_email":7,"api_key":"secret-key-7f3a"})",
-         QJsonValue(SECRET),
-         "vaskel",
-         {"moved account key to the keychain: ok"}},
+         {moved + "ok"}},
         {"keychain refuses",
          false,
          false,
@@ -182,9 +154,8 @@ TEST_F(KeyStorageTest, MigrationMovesOrClearsTheFileCopyByState) {
          R"({"api_key":"secret-key-7f3a"})",
          QJsonValue(SECRET),
          {},
-         {"moved account key to the keychain: " +
-          KeychainStore::describe(status::INTERACTION_NOT_ALLOWED)}},
-        {"both, marker, others read keychain",
+         {moved + KeychainStore::describe(status::INTERACTION_NOT_ALLOWED)}},
+        {"both, marker",
          true,
          true,
          true,
@@ -202,7 +173,7 @@ TEST_F(KeyStorageTest, MigrationMovesOrClearsTheFileCopyByState) {
          QJsonValue(SECRET),
          "a@example.com",
          {}},
-        {"both, marker, others cannot read keychain",
+        {"both, marker, keychain not for all",
          true,
          true,
          false,
@@ -211,73 +182,32 @@ TEST_F(KeyStorageTest, MigrationMovesOrClearsTheFileCopyByState) {
          QJsonValue(SECRET),
          "a@example.com",
          {}},
-        {"keychain only, marker",
-         true,
-         true,
-         true,
-         {},
-         R"({"api_key":""})",
-         QJsonValue(""),
-         "a@example.com",
-         {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        KeychainStore::deleteKey();
-        QFile::remove(Shared::configPath());
-        QFile::remove(Shared::keychainMarkerPath());
-        platform.log.clear();
+        reset();
         keychain.refuseAdd(c.addRefused);
         keychain.setReadableAcrossSession(c.othersReadKeychain);
-        if (c.keychainHasKey) putKeychainKey(SECRET);
-        if (!c.config.isEmpty()) writeConfigText(c.config);
-        if (c.marker) createMarker();
+        if (c.keychainHasKey) putKeychainSecret(SECRET.toUtf8());
+        writeFile(Shared::configPath(), c.config);
+        if (c.marker) writeFile(Shared::keychainMarkerPath(), "");
         const QByteArray before = configText();
 
         Shared::migrateKeyToKeychain();
 
-        EXPECT_EQ(fileKey(), c.fileKey);
-        if (c.log.isEmpty() || c.log.front() != "set api_key") {
-            EXPECT_EQ(configText(), before) << "the file must stay byte for byte";
+        EXPECT_EQ(fileKey(), c.fileKeyAfter);
+        if (c.fileKeyAfter != QJsonValue("")) {
+            EXPECT_EQ(configText(), before) << "file rewritten";
         }
         const auto items = keychain.items();
-        ASSERT_EQ(items.size(), c.keychainAccount ? 1u : 0u);
-        if (c.keychainAccount) {
-            EXPECT_EQ(items[0].account, *c.keychainAccount);
+        ASSERT_EQ(items.size(), c.itemAccount ? 1u : 0u);
+        if (c.itemAccount) {
+            EXPECT_EQ(items[0].account, *c.itemAccount);
             EXPECT_EQ(items[0].secret, SECRET.toUtf8());
         }
         EXPECT_EQ(platform.log.messages(), c.log);
-        EXPECT_EQ(QFile::exists(Shared::keychainMarkerPath()), c.marker)
-            << "the marker is never created or removed here";
+        EXPECT_EQ(QFile::exists(Shared::keychainMarkerPath()), c.marker) << "marker touched";
     }
-}
-
-// The key's whole life: a sign-in the keychain refuses, two starts, the marker, sign-out.
-TEST_F(KeyStorageTest, KeyMovesIntoTheKeychainOverSuccessiveStarts) {
-    Shared::setConfig("account_email", "a@example.com");
-    keychain.refuseAdd(status::NOT_AVAILABLE);
-    Shared::storeKey(SECRET, "a@example.com");
-    EXPECT_EQ(fileKey(), QJsonValue(SECRET));
-
-    keychain.refuseAdd(std::nullopt);
-    Shared::migrateKeyToKeychain();  // first start with a working keychain: copied, file kept
-    EXPECT_EQ(KeychainStore::readKey(), SECRET);
-    EXPECT_EQ(fileKey(), QJsonValue(SECRET));
-    Shared::migrateKeyToKeychain();  // no marker yet: nothing changes
-    EXPECT_EQ(fileKey(), QJsonValue(SECRET));
-
-    createMarker();
-    Shared::migrateKeyToKeychain();
-    EXPECT_EQ(fileKey(), QJsonValue(""));
-    EXPECT_EQ(Shared::storedKey(), SECRET);
-
-    // Sign-out as the setup window does it.
-    KeychainStore::deleteKey();
-    QFile::remove(Shared::keychainMarkerPath());
-    Shared::setConfig("api_key", "");
-    EXPECT_EQ(Shared::storedKey(), std::nullopt);
-    Shared::migrateKeyToKeychain();
-    EXPECT_TRUE(keychain.items().empty());
 }
 
 }  // namespace
