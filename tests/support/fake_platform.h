@@ -12,6 +12,7 @@
 #include "platform/home_directory.h"
 #include "platform/log.h"
 #include "platform/seam.h"
+#include "support/fake_keychain.h"
 
 namespace testing_support {
 
@@ -68,7 +69,8 @@ private:
 };
 
 /// Every platform facility of the core replaced for one test: a throwaway home directory and
-/// container, a fixed clock, a build of version 1.0 (1), and a captured log.
+/// container, a fixed clock, a build of version 1.0 (1), a captured log and an empty in-memory
+/// keychain.
 class FakePlatform {
 public:
     FakePlatform();
@@ -79,6 +81,7 @@ public:
     FakeClock clock;
     FakeBundle bundle;
     CaptureLog log;
+    FakeKeychain keychain;
 
 private:
     platform::StandIn<platform::HomeDirectory> homeStandIn_{home};

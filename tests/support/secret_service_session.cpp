@@ -1,0 +1,168 @@
+#include "support/secret_service_session.h"
+
+#include <libsecret/secret.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace testing_support::secret_service {
+namespace {
+
+constexpr const char* SECRET_SERVICE_NAME = "org.freedesktop.secrets";
+
+struct Service {
+    SecretService* service = nullptr;
+    Service() {
+        service = secret_service_open_sync(SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_NONE,
+                                           nullptr, nullptr);
+    }
+    ~Service() {
+        if (service) g_object_unref(service);
+    }
+};
+
+GHashTable* newAttributes() {
+    return g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_free);
+}
+
+void put(GHashTable* attributes, const char* name, const QString& value) {
+    g_hash_table_insert(attributes, g_strdup(name), g_strdup(value.toUtf8().constData()));
+}
+
+// Drops every method call that arrives, so callers wait for an answer that never comes.
+GDBusMessage* dropIncomingCalls(GDBusConnection*, GDBusMessage* message, gboolean incoming,
+                                gpointer) {
+    if (incoming && g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+        g_object_unref(message);
+        return nullptr;
+    }
+    return message;
+}
+
+}  // namespace
+
+Environment environment() {
+    const char* value = std::getenv("VASKEL_TEST_SECRET_SERVICE");
+    if (!value) return Environment::none;
+    if (std::strcmp(value, "keyring") == 0) return Environment::keyring;
+    if (std::strcmp(value, "absent") == 0) return Environment::absent;
+    if (std::strcmp(value, "no-bus") == 0) return Environment::noBus;
+    return Environment::none;
+}
+
+QString skipReason(Environment wanted) {
+    const char* what = wanted == Environment::keyring  ? "with a private gnome-keyring"
+                       : wanted == Environment::absent ? "with --no-secret-service"
+                                                       : "with --no-bus";
+    return QStringLiteral("runs only inside scripts/with-secret-service %1 (ctest label keychain)")
+        .arg(QLatin1String(what));
+}
+
+std::vector<StoredItem> itemsWithService(const QString& service) {
+    std::vector<StoredItem> result;
+    Service session;
+    if (!session.service) return result;
+    GHashTable* attributes = newAttributes();
+    put(attributes, "service", service);
+    GList* items = secret_service_search_sync(
+        session.service, nullptr, attributes,
+        SecretSearchFlags(SECRET_SEARCH_ALL | SECRET_SEARCH_LOAD_SECRETS), nullptr, nullptr);
+    g_hash_table_unref(attributes);
+    for (GList* node = items; node; node = node->next) {
+        auto* item = static_cast<SecretItem*>(node->data);
+        StoredItem stored;
+        gchar* label = secret_item_get_label(item);
+        stored.label = QString::fromUtf8(label);
+        g_free(label);
+        GHashTable* itemAttributes = secret_item_get_attributes(item);
+        GHashTableIter iterator;
+        gpointer name = nullptr;
+        gpointer value = nullptr;
+        g_hash_table_iter_init(&iterator, itemAttributes);
+        while (g_hash_table_iter_next(&iterator, &name, &value))
+            stored.attributes.insert(QString::fromUtf8(static_cast<const char*>(name)),
+                                     QString::fromUtf8(static_cast<const char*>(value)));
+        g_hash_table_unref(itemAttributes);
+        stored.locked = secret_item_get_locked(item);
+        if (SecretValue* secret = secret_item_get_secret(item)) {
+            gsize length = 0;
+            const gchar* bytes = secret_value_get(secret, &length);
+            stored.secret = QByteArray(bytes, qsizetype(length));
+            secret_value_unref(secret);
+        }
+        result.push_back(stored);
+    }
+    g_list_free_full(items, g_object_unref);
+    return result;
+}
+
+bool storeRawItem(const platform::KeychainItem& item) {
+    Service session;
+    if (!session.service) return false;
+    SecretCollection* collection = secret_collection_for_alias_sync(
+        session.service, SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, nullptr, nullptr);
+    if (!collection) return false;
+    GHashTable* attributes = newAttributes();
+    put(attributes, "service", item.service);
+    put(attributes, "access-group", item.accessGroup);
+    put(attributes, "account", item.account);
+    SecretValue* value =
+        secret_value_new(item.secret.constData(), item.secret.size(), "application/octet-stream");
+    SecretItem* created =
+        secret_item_create_sync(collection, nullptr, attributes, item.label.toUtf8().constData(),
+                                value, SECRET_ITEM_CREATE_NONE, nullptr, nullptr);
+    secret_value_unref(value);
+    g_hash_table_unref(attributes);
+    g_object_unref(collection);
+    if (!created) return false;
+    g_object_unref(created);
+    return true;
+}
+
+bool lockDefaultCollection() {
+    Service session;
+    if (!session.service) return false;
+    SecretCollection* collection = secret_collection_for_alias_sync(
+        session.service, SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, nullptr, nullptr);
+    if (!collection) return false;
+    GList* objects = g_list_append(nullptr, collection);
+    const gint locked =
+        secret_service_lock_sync(session.service, objects, nullptr, nullptr, nullptr);
+    g_list_free(objects);
+    g_object_unref(collection);
+    return locked == 1;
+}
+
+SilentSecretService::SilentSecretService() {
+    gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+    if (!address) return;
+    GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
+        address,
+        GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, nullptr);
+    g_free(address);
+    if (!connection) return;
+    connection_ = connection;
+    g_dbus_connection_add_filter(connection, dropIncomingCalls, nullptr, nullptr);
+    constexpr guint32 DO_NOT_QUEUE = 4;
+    constexpr guint32 PRIMARY_OWNER = 1;
+    GVariant* reply = g_dbus_connection_call_sync(
+        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "RequestName", g_variant_new("(su)", SECRET_SERVICE_NAME, DO_NOT_QUEUE),
+        G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    if (!reply) return;
+    guint32 result = 0;
+    g_variant_get(reply, "(u)", &result);
+    g_variant_unref(reply);
+    owned_ = result == PRIMARY_OWNER;
+}
+
+SilentSecretService::~SilentSecretService() {
+    if (!connection_) return;
+    auto* connection = static_cast<GDBusConnection*>(connection_);
+    g_dbus_connection_close_sync(connection, nullptr, nullptr);
+    g_object_unref(connection);
+}
+
+}  // namespace testing_support::secret_service

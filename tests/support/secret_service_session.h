@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QByteArray>
+#include <QMap>
+#include <QString>
+#include <vector>
+
+#include "platform/keychain_backend.h"
+
+// Helpers for the tests that run against a real Secret Service. Those tests run only inside
+// scripts/with-secret-service, which starts a private session bus (and, unless told otherwise, a
+// gnome-keyring of its own in a throwaway home) and names the environment it made in
+// VASKEL_TEST_SECRET_SERVICE. Outside it they skip, so that no test ever reaches the user's
+// own keyring.
+namespace testing_support::secret_service {
+
+enum class Environment {
+    none,     // not inside the wrapper: the tests skip
+    keyring,  // gnome-keyring on a private bus, default collection unlocked
+    absent,   // a private bus on which no Secret Service runs or can be started
+    noBus,    // no session bus at all
+};
+
+Environment environment();
+
+/// What skipping tests say when `wanted` is not the environment they run in.
+QString skipReason(Environment wanted);
+
+struct StoredItem {
+    QString label;
+    QMap<QString, QString> attributes;
+    bool locked = false;
+    QByteArray secret;  // empty for a locked item
+};
+
+/// Every item of the session's Secret Service whose "service" attribute is `service`.
+std::vector<StoredItem> itemsWithService(const QString& service);
+
+/// Stores an item with exactly these bytes in the default collection, as another program might
+/// have written it. False on failure.
+bool storeRawItem(const platform::KeychainItem& item);
+
+/// Locks the default collection, as the desktop does when the screen locks. False on failure.
+bool lockDefaultCollection();
+
+/// A peer that owns the Secret Service's bus name and never answers a call, for its lifetime.
+class SilentSecretService {
+public:
+    SilentSecretService();
+    ~SilentSecretService();
+    SilentSecretService(const SilentSecretService&) = delete;
+    SilentSecretService& operator=(const SilentSecretService&) = delete;
+
+    /// Whether it got the name.
+    bool owned() const { return owned_; }
+
+private:
+    void* connection_ = nullptr;  // GDBusConnection
+    bool owned_ = false;
+};
+
+}  // namespace testing_support::secret_service
