@@ -1,6 +1,7 @@
 #include "platform/network_session.h"
 
 #include <QCoreApplication>
+#include <QEvent>
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
@@ -11,6 +12,8 @@
 #include <QThread>
 #include <QTimer>
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <memory>
 #include <mutex>
 
@@ -43,6 +46,32 @@ std::atomic<bool> sessionEnded{false};
 
 class NetworkSession::Worker final : public QObject {
 public:
+    /// Runs `task` on the session's thread, in the order posted. Tasks travel through a queue
+    /// of our own under a standard mutex; the posted event carries nothing and only wakes the
+    /// thread, so every hand-over between threads is one that tools like ThreadSanitizer see.
+    void post(std::function<void()> task) {
+        {
+            std::lock_guard lock(tasksMutex_);
+            tasks_.push_back(std::move(task));
+        }
+        QCoreApplication::postEvent(this, new QEvent(TASKS_EVENT));
+    }
+
+    /// Runs `task` on the session's thread and waits until it has run.
+    void runAndWait(const std::function<void()>& task) {
+        std::mutex mutex;
+        std::condition_variable ran;
+        bool done = false;
+        post([&] {
+            task();
+            std::lock_guard lock(mutex);
+            done = true;
+            ran.notify_all();
+        });
+        std::unique_lock lock(mutex);
+        ran.wait(lock, [&] { return done; });
+    }
+
     /// Starts a request; runs on the session's thread.
     void start(HttpRequest request, std::function<void(HttpResponse)> completion) {
         const QString scheme = request.url.scheme().toLower();
@@ -141,7 +170,21 @@ public:
         timeoutCap_ = cap;
     }
 
+protected:
+    // Only the wake-up events of post() arrive here. The event itself is not looked at: it was
+    // made on the posting thread and handed over by Qt alone.
+    void customEvent(QEvent*) override {
+        std::deque<std::function<void()>> pending;
+        {
+            std::lock_guard lock(tasksMutex_);
+            pending.swap(tasks_);
+        }
+        for (auto& task : pending) task();
+    }
+
 private:
+    static constexpr QEvent::Type TASKS_EVENT = QEvent::Type(QEvent::User + 1);
+
     QNetworkAccessManager& manager() {
         if (!manager_) {
             manager_ = new QNetworkAccessManager(this);
@@ -187,6 +230,8 @@ private:
         completion(std::move(response));
     }
 
+    std::mutex tasksMutex_;
+    std::deque<std::function<void()>> tasks_;
     QNetworkAccessManager* manager_ = nullptr;
     QSet<QNetworkReply*> inFlight_;
     std::mutex mutex_;
@@ -222,12 +267,10 @@ void NetworkSession::send(HttpRequest request, std::function<void(HttpResponse)>
         return;
     }
     Worker* worker = worker_;
-    QMetaObject::invokeMethod(
-        worker,
+    worker->post(
         [worker, request = std::move(request), completion = std::move(completion)]() mutable {
             worker->start(std::move(request), std::move(completion));
-        },
-        Qt::QueuedConnection);
+        });
 }
 
 bool NetworkSession::isSessionThread() const {
@@ -249,22 +292,16 @@ void NetworkSession::reset() {
         worker->dropManager();
         return;
     }
-    QMetaObject::invokeMethod(
-        worker, [worker] { worker->dropManager(); }, Qt::BlockingQueuedConnection);
+    worker->runAndWait([worker] { worker->dropManager(); });
 }
 
 void NetworkSession::shutdown() {
     if (sessionEnded.exchange(true, std::memory_order_acq_rel)) return;
     Worker* worker = worker_;
-    QMetaObject::invokeMethod(
-        worker,
-        [worker] {
-            worker->dropManager();
-            delete worker;
-        },
-        Qt::BlockingQueuedConnection);
+    worker->runAndWait([worker] { worker->dropManager(); });
     thread_->quit();
     thread_->wait();
+    delete worker;  // its thread has ended
 }
 
 }  // namespace platform
