@@ -91,14 +91,6 @@ TEST_P(AccountStatusTest, SendsTheTrimmedKeyAndClientIdentity) {
     EXPECT_FALSE(requests[0].header("Content-Type"));
 }
 
-TEST_P(AccountStatusTest, FailsToReachAsUnreachable) {
-    platform::NetworkSession::shared().setTimeoutCap(300ms);
-    EXPECT_EQ(answer({.body = "{}", .delay = 5s}),
-              SignInError::unreachable("The request timed out."));
-    EXPECT_EQ(answer({.body = R"({"email":"ada@example.com"})", .dropMidBody = true}),
-              SignInError::unreachable("The network connection was lost."));
-}
-
 INSTANTIATE_TEST_SUITE_P(Transports, AccountStatusTest,
                          ::testing::Values(Transport::http, Transport::https),
                          testing_support::transportName);

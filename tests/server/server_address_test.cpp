@@ -7,12 +7,6 @@
 
 namespace {
 
-TEST(ServerAddress, DefaultServerIsABareHttpsOrigin) {
-    EXPECT_TRUE(DEFAULT_SERVER.startsWith(QLatin1String("https://")));
-    EXPECT_FALSE(DEFAULT_SERVER.endsWith(QLatin1Char('/')));
-    EXPECT_EQ(QUrl(DEFAULT_SERVER).path(), QString());
-}
-
 TEST(ServerAddress, Normalises) {
     const std::pair<QString, QString> cases[] = {
         {" \tcloud.example.com/\n", "https://cloud.example.com"},
