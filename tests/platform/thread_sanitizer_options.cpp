@@ -1,0 +1,18 @@
+// ThreadSanitizer settings of the core tests. Qt, GLib, OpenSSL and cpp-httplib are not built
+// with the sanitizer: their locks are invisible to it, so the memory they allocate on one thread
+// and free on another, and the wake-up descriptors of their event loops, would be reported as
+// races. Calls made from those libraries are left out; our own code, including everything it
+// runs from Qt's event loops and every hand-over it makes between threads, stays checked.
+#if defined(__SANITIZE_THREAD__)
+
+extern "C" const char* __tsan_default_suppressions() {
+    return "called_from_lib:libQt6Core.so.6\n"
+           "called_from_lib:libQt6Network.so.6\n"
+           "called_from_lib:libglib-2.0.so.0\n"
+           "called_from_lib:libcrypto.so.3\n"
+           "called_from_lib:libssl.so.3\n"
+           "called_from_lib:libqopensslbackend.so\n"
+           "called_from_lib:libcpp-httplib.so.0.11\n";
+}
+
+#endif
