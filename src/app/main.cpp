@@ -1,3 +1,5 @@
 #include "app/vaskel_host.h"
 
-int main(int argc, char** argv) { return VaskelHost::main(argc, argv); }
+int main(int argc, char** argv) {
+    return VaskelHost::main(argc, argv);
+}
