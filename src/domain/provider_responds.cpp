@@ -32,11 +32,10 @@ void providerResponds(double timeout, std::function<void(bool)> completion) {
                 std::optional<QString> folder, std::optional<platform::FileProviderError>) {
                 if (!folder) return completion(false);
                 auto answered = std::make_shared<std::counting_semaphore<>>(0);
-                platform::FolderListing& listing = platform::current<platform::FolderListing>();
                 // The listing may never return; its thread is then left blocked and signals a
                 // semaphore that nobody waits on any more.
-                std::thread([answered, &listing, path = *folder] {
-                    listing.list(path);
+                std::thread([answered, path = *folder] {
+                    platform::current<platform::FolderListing>().list(path);
                     answered->release();
                 }).detach();
                 std::thread([answered, wait = waitFor(timeout), completion] {
