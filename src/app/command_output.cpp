@@ -14,7 +14,7 @@ void CommandOutput::line(const QString& text) {
     std::lock_guard lock(mutex_);
     if (closed_) return;
     if (!toStandardOutput_) {
-        lines_ << text;
+        lines_.push_back(text);
         return;
     }
     const QByteArray bytes = text.toUtf8() + '\n';
@@ -29,5 +29,6 @@ void CommandOutput::close() {
 
 QStringList CommandOutput::lines() const {
     std::lock_guard lock(mutex_);
-    return lines_;
+    // A list of its own: the lines may still grow on another thread.
+    return QStringList(lines_.begin(), lines_.end());
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 /// Where the command-line commands print their lines: standard output, or a capture for tests.
 /// Lines may come from any thread; each is written whole. After `close()` lines are dropped,
@@ -26,7 +27,7 @@ private:
     mutable std::mutex mutex_;
     const bool toStandardOutput_;
     bool closed_ = false;
-    QStringList lines_;
+    std::vector<QString> lines_;
 };
 
 using Output = std::shared_ptr<CommandOutput>;

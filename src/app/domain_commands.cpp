@@ -1,7 +1,5 @@
 #include "app/domain_commands.h"
 
-#include <QCoreApplication>
-#include <QPointer>
 #include <QTimer>
 #include <cmath>
 
@@ -9,6 +7,7 @@
 #include "domain/domain_identity.h"
 #include "domain/registered_domain.h"
 #include "platform/file_provider/file_provider.h"
+#include "platform/main_thread.h"
 
 using platform::FileProviderDomain;
 using platform::FileProviderError;
@@ -117,28 +116,25 @@ void refreshDomain(const Output& out, Completion completion) {
 
 void watchDomain(double interval, const Output& out, std::function<void(int)> finish,
                  QObject* context) {
-    QPointer<QObject> guard(context);
-    findRegisteredDomain([guard, out, finish, interval](std::optional<RegisteredDomain> found) {
-        // Everything from here on happens on the main thread, while the watch still runs.
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [guard, out, finish, interval, found] {
-                if (!guard) return;
+    const platform::MainThreadTarget mainThread(context);
+    findRegisteredDomain(
+        [mainThread, context, out, finish, interval](std::optional<RegisteredDomain> found) {
+            // Everything from here on happens on the main thread, while the watch still runs.
+            mainThread.post([context, out, finish, interval, found] {
                 if (!found) {
                     out->line(QString::fromUtf8(NOT_REGISTERED_LINE));
                     return finish(1);
                 }
                 const FileProviderManager manager = found->manager;
                 signalQuietly(manager, out);
-                auto* timer = new QTimer(guard.data());
+                auto* timer = new QTimer(context);
                 timer->setTimerType(Qt::PreciseTimer);
                 timer->setInterval(int(std::llround(interval * 1000)));
-                QObject::connect(timer, &QTimer::timeout, guard.data(),
+                QObject::connect(timer, &QTimer::timeout, context,
                                  [manager, out] { signalQuietly(manager, out); });
                 timer->start();
                 out->line(QStringLiteral("watching: refreshing every %1s — ctrl-C to stop")
                               .arg(wholeSeconds(interval)));
-            },
-            Qt::QueuedConnection);
-    });
+            });
+        });
 }

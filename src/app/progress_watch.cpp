@@ -1,7 +1,5 @@
 #include "app/progress_watch.h"
 
-#include <QCoreApplication>
-#include <QPointer>
 #include <QTimer>
 #include <cmath>
 #include <limits>
@@ -10,6 +8,7 @@
 #include "app/command_arguments.h"
 #include "app/domain_commands.h"
 #include "domain/registered_domain.h"
+#include "platform/main_thread.h"
 
 using platform::FileOperationKind;
 using platform::FileProviderProgress;
@@ -63,22 +62,18 @@ QString progressLine(const QString& label, const ProgressSnapshot& snapshot) {
 void watchProgress(double seconds, const Output& out, std::function<void(int)> finish,
                    QObject* context) {
     auto state = std::make_shared<WatchState>();
-    QPointer<QObject> guard(context);
+    const platform::MainThreadTarget mainThread(context);
 
-    findRegisteredDomain([guard, out, finish, state](std::optional<RegisteredDomain> found) {
+    findRegisteredDomain([mainThread, out, finish, state](std::optional<RegisteredDomain> found) {
         // The progress objects are handed to the main thread before anything stores them.
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [guard, out, finish, state, found] {
-                if (!guard) return;
-                if (!found) {
-                    out->line(QString::fromUtf8(NOT_REGISTERED_LINE));
-                    return finish(1);
-                }
-                state->download = found->manager.globalProgress(FileOperationKind::downloading);
-                state->upload = found->manager.globalProgress(FileOperationKind::uploading);
-            },
-            Qt::QueuedConnection);
+        mainThread.post([out, finish, state, found] {
+            if (!found) {
+                out->line(QString::fromUtf8(NOT_REGISTERED_LINE));
+                return finish(1);
+            }
+            state->download = found->manager.globalProgress(FileOperationKind::downloading);
+            state->upload = found->manager.globalProgress(FileOperationKind::uploading);
+        });
     });
 
     out->line(QStringLiteral("watching for %1s — read a file in the Vaskel folder to see it move")
