@@ -91,11 +91,4 @@ TEST_F(ItemCommandsTest, EvictWhenThePathsDomainIsGoneByTheTimeOfTheLookup) {
     EXPECT_EQ(run.get().lines, QStringList{"no manager for domain other.domain"});
 }
 
-TEST(LastPathComponentTest, IsTheNameOfTheFileLocation) {
-    EXPECT_EQ(lastPathComponent("/a/b/report.pdf"), "report.pdf");
-    EXPECT_EQ(lastPathComponent("/a/b/folder//"), "folder");
-    EXPECT_EQ(lastPathComponent("with space.txt"), "with space.txt");
-    EXPECT_EQ(lastPathComponent("/"), "/");
-}
-
 }  // namespace

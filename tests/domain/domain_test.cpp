@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "domain/domain_identity.h"
-#include "domain/file_provider_settings.h"
 #include "domain/provider_responds.h"
 #include "domain/registered_domain.h"
 #include "platform/settings_application.h"
@@ -131,11 +130,6 @@ TEST(SettingsApplicationTest, ChoosesTheSettingsProgramOfTheCurrentDesktop) {
     for (const auto& [desktop, command] : cases) {
         EXPECT_EQ(settingsCommand(desktop, installed), command) << desktop.toStdString();
     }
-}
-
-TEST_F(DomainTest, OpenFileProviderSettingsGoesThroughTheSettingsSeam) {
-    openFileProviderSettings();
-    EXPECT_EQ(provider.settings.opened, 1);
 }
 
 }  // namespace
