@@ -22,9 +22,6 @@ public:
     /// including this one.
     void submit(std::function<void()> work);
 
-    /// True on the callback thread itself.
-    bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
-
 private:
     void run();
 
