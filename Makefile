@@ -2,6 +2,7 @@
 BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
+CTEST_ARGS ?=
 
 .PHONY: all deps build run test asan tsan bench format clean
 
@@ -22,16 +23,19 @@ run: build
 
 # Builds and runs every test, the keychain ones inside a private session bus.
 test: build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
 
 # The tests under AddressSanitizer and UndefinedBehaviorSanitizer, and under ThreadSanitizer.
 asan:
 	$(MAKE) test BUILD=build-asan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DVASKEL_SANITIZE=address,undefined"
 tsan:
-	$(MAKE) test BUILD=build-tsan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DVASKEL_SANITIZE=thread"
+	$(MAKE) test BUILD=build-tsan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DVASKEL_SANITIZE=thread" \
+	  CTEST_ARGS="-E 'EndToEnd|ProgramEntry|DevServer'"
 
 bench: build
-	@for b in $(BUILD)/bench_*; do echo "== $$b"; $$b; done
+	$(BUILD)/bench_shared_bench
+	$(BUILD)/bench_server_bench
+	scripts/with-secret-service -- $(BUILD)/bench_keychain_bench
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')

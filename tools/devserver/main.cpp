@@ -25,6 +25,8 @@ int main(int argc, char** argv) {
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     httplib::Server server;
+    // Answers go out at once instead of waiting on Nagle's algorithm (about 40 ms a request).
+    server.set_tcp_nodelay(true);
     DemoService service(*options);
     service.install(server);
 
