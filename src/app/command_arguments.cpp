@@ -27,8 +27,8 @@ std::optional<double> parseSeconds(const QString& text) {
 
 double progressSeconds(const QString& text) {
     const auto value = parseSeconds(text);
-    if (!value || std::isnan(*value) || *value < 0) return DEFAULT_PROGRESS_SECONDS;
-    return std::min(*value, MAX_COMMAND_SECONDS);
+    if (!value || std::isnan(*value)) return DEFAULT_PROGRESS_SECONDS;
+    return std::clamp(*value, 0.0, MAX_COMMAND_SECONDS);
 }
 
 double watchInterval(const QString& text) {

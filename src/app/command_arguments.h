@@ -19,8 +19,8 @@ inline constexpr double MIN_WATCH_INTERVAL = 0.1;
 /// one number.
 std::optional<double> parseSeconds(const QString& text);
 
-/// The duration of --progress: `text` when it parses; not-a-number and negative values give the
-/// default, large ones are clamped to `MAX_COMMAND_SECONDS`.
+/// The duration of --progress: `text` when it parses; not-a-number gives the default, negative
+/// values count as 0 (the verdict comes at once), large ones are clamped to `MAX_COMMAND_SECONDS`.
 double progressSeconds(const QString& text);
 
 /// The interval of --watch: `text` when it parses; not-a-number, zero and negative values give

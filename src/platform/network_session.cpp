@@ -213,7 +213,9 @@ private:
         } else if (exchange.timedOut) {
             response = HttpResponse{};
             response.transportError = timedOutText();
-        } else if (isTransportError(error)) {
+        } else if (isTransportError(error) && !(response.isHttp && response.status >= 400)) {
+            // Qt also reports some HTTP answers (400, 407, 418) as protocol or proxy errors;
+            // those are answers of the server, not failures to reach it.
             response = HttpResponse{};
             response.transportError = describeTransportError(error, exchange.sslErrors);
         } else {

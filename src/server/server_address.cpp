@@ -4,8 +4,9 @@
 
 namespace {
 
-/// The characters that may stand unencoded in a URL path, besides the unreserved ones.
-constexpr char PATH_ALLOWED_PUNCTUATION[] = "!$&'()*+,;=:@/";
+/// The characters that may stand unencoded in a URL path, besides the unreserved ones. ";" is
+/// not among them: it would start path parameters.
+constexpr char PATH_ALLOWED_PUNCTUATION[] = "!$&'()*+,=:@/";
 
 QString trimmedWithoutTrailingSlashes(QString text) {
     if (!text.contains(QLatin1String("://"))) text.prepend(QLatin1String("https://"));
