@@ -70,6 +70,8 @@ TEST_P(AccountStatusTest, InterpretsEachAnswer) {
         {401, "", SignInError::rejected()},
         {403, R"({"email":"ada@example.com"})", SignInError::rejected()},
         {500, R"({"email":"ada@example.com"})", SignInError::malformed()},
+        {400, "", SignInError::malformed()},
+        {407, "", SignInError::malformed()},
         {301, "", SignInError::malformed()},
         {204, "", SignInError::malformed()},
     };

@@ -41,6 +41,7 @@ TEST(ServerAddress, WebAddresses) {
          "https://cloud.example.com/vaskel/account/files#files/x%23y%3Fz/%25/%C3%BC"},
         {"cloud.example.com", "it's:@(1)+",
          "https://cloud.example.com/vaskel/account/files#files/it's:@(1)+"},
+        {"cloud.example.com", "a;b=c", "https://cloud.example.com/vaskel/account/files#files/a%3Bb=c"},
         {"", "///", DEFAULT_SERVER + "/vaskel/account/files#files"},
     };
     for (const Case& c : cases) {

@@ -78,6 +78,9 @@ TEST_P(SignInTest, InterpretsEachAnswer) {
         {403, R"({"code":"Inactive"})", AuthError::badCredentials()},
         {429, "", AuthError::tooMany()},
         {401, R"({"code":"unverified"})", AuthError::malformed(401)},
+        {400, "", AuthError::malformed(400)},
+        {407, "", AuthError::malformed(407)},
+        {418, "", AuthError::malformed(418)},
         {302, "", AuthError::malformed(302)},
         {500, "oops", AuthError::malformed(500)},
     };
