@@ -12,27 +12,19 @@ TEST(ByteCountFormat, DecimalUnitsWithUnitPrecision) {
     const std::pair<std::int64_t, const char*> cases[] = {
         {0, "0 bytes"},
         {1, "1 byte"},
-        {999, "999 bytes"},
-        {1000, "1 KB"},
         {1499, "1 KB"},
         {1500, "2 KB"},
-        {999'499, "999 KB"},
         {999'500, "1 MB"},  // rounds up into the next unit
         {1'250'000, "1.3 MB"},
-        {1'200'000, "1.2 MB"},
-        {4'100'000'000, "4.1 GB"},
-        {5'000'000'000, "5 GB"},
         {1'234'567'890, "1.23 GB"},
+        {5'000'000'000, "5 GB"},
         {999'995'000'000, "1 TB"},
-        {2'500'000'000'000'000, "2.5 PB"},
         {std::numeric_limits<std::int64_t>::max(), "9.22 EB"},
         {-1, "-1 byte"},
-        {-1'500'000, "-1.5 MB"},
         {std::numeric_limits<std::int64_t>::min(), "-9.22 EB"},
     };
     for (const auto& [bytes, expected] : cases) {
-        SCOPED_TRACE(bytes);
-        EXPECT_EQ(formatByteCount(bytes), QString::fromUtf8(expected));
+        EXPECT_EQ(formatByteCount(bytes), QString::fromUtf8(expected)) << bytes;
     }
 }
 

@@ -1,5 +1,4 @@
-// The development server of tools/devserver, driven by the real client: what a developer sees
-// when trying the program against it.
+// The development server of tools/devserver, driven by the real client.
 #include <gtest/gtest.h>
 
 #include <QProcess>
@@ -15,54 +14,37 @@ namespace {
 
 using testing_support::CompletionProbe;
 
-class DevServer : public ::testing::Test {
-protected:
-    void SetUp() override {
+TEST(DevServer, SignsInReportsTheDemoAccountAndSignsOut) {
 #if defined(__SANITIZE_THREAD__)
-        // ThreadSanitizer cannot follow a process that forks while other threads run.
-        GTEST_SKIP() << "starts a process";
+    GTEST_SKIP() << "ThreadSanitizer cannot follow a process that forks while other threads run";
 #endif
-        process.setProgram(QStringLiteral(VASKEL_DEVSERVER));
-        process.setArguments({"--port", "0", "--email", "ada@example.com", "--password",
-                              "s3cret pw", "--quota-bytes", "100", "--used-bytes", "96", "--plan",
-                              "Solo", "--billing-status", "past_due", "--update-version", "2.0",
-                              "--update-build", "3"});
-        process.start();
-        ASSERT_TRUE(process.waitForReadyRead(10'000));
-        const auto match = QRegularExpression(QStringLiteral("http://127\\.0\\.0\\.1:\\d+"))
-                               .match(QString::fromUtf8(process.readLine()));
-        ASSERT_TRUE(match.hasMatch());
-        origin = match.captured();
-    }
-    void TearDown() override {
-        if (process.state() == QProcess::NotRunning) return;
-        platform::NetworkSession::shared().reset();
-        process.terminate();
-        process.waitForFinished(10'000);
-    }
-
-    Result<DeviceLogin, AuthError> signIn(const QString& password) {
+    QProcess process;
+    process.start(
+        QStringLiteral(VASKEL_DEVSERVER),
+        {"--port", "0", "--email", "ada@example.com", "--password", "s3cret pw", "--quota-bytes",
+         "100", "--used-bytes", "96", "--plan", "Solo", "--billing-status", "past_due",
+         "--update-version", "2.0", "--update-build", "3"});
+    ASSERT_TRUE(process.waitForReadyRead(10'000));
+    const QString origin = QRegularExpression(QStringLiteral("http://127\\.0\\.0\\.1:\\d+"))
+                               .match(QString::fromUtf8(process.readLine()))
+                               .captured();
+    ASSERT_FALSE(origin.isEmpty());
+    const auto signIn = [&](const QString& password) {
         CompletionProbe<Result<DeviceLogin, AuthError>> probe;
         loginWithPassword(origin, " ADA@example.com ", password, "laptop", probe.callback());
         return probe.wait();
-    }
-    Result<Account, SignInError> account(const QString& key) {
+    };
+    const auto account = [&](const QString& key) {
         CompletionProbe<Result<Account, SignInError>> probe;
         fetchAccount(origin, key, probe.callback());
         return probe.wait();
-    }
+    };
 
-    QProcess process;
-    QString origin;
-};
-
-TEST_F(DevServer, SignsInReportsTheDemoAccountAndSignsOut) {
     EXPECT_EQ(signIn("wrong"), AuthError::badCredentials());
     const auto login = signIn("s3cret pw");
     ASSERT_TRUE(login.ok());
     EXPECT_EQ(login.value().server, origin);
     EXPECT_EQ(login.value().email, "ada@example.com");
-
     const auto status = account(login.value().apiKey + "\n");
     ASSERT_TRUE(status.ok());
     EXPECT_EQ(status.value().glanceLabel(), "Solo \u00b7 96 bytes of 100 bytes used (96%)");
@@ -75,6 +57,9 @@ TEST_F(DevServer, SignsInReportsTheDemoAccountAndSignsOut) {
     logoutDevice(origin, login.value().apiKey, signedOut.callback());
     EXPECT_TRUE(signedOut.wait());
     EXPECT_EQ(account(login.value().apiKey), SignInError::rejected());
+    platform::NetworkSession::shared().reset();
+    process.terminate();
+    process.waitForFinished(10'000);
 }
 
 }  // namespace

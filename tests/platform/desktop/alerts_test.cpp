@@ -9,58 +9,43 @@
 
 namespace {
 
-// Answers the message box that the real alert shows, once it is up.
+// Runs the real alert and answers its message box with `answer` once it is up.
 template <class Answer>
-void whenAlertShows(Answer answer) {
+int answerAlert(const platform::Alert& alert, Answer answer) {
     QTimer::singleShot(0, [answer] {
         auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
         ASSERT_NE(box, nullptr);
         answer(*box);
     });
+    return platform::Alerts::real().runModal(alert);
 }
-
-QStringList buttonTitles(const QMessageBox& box) {
-    QStringList titles;
-    for (QAbstractButton* button : box.buttons()) titles << button->text();
-    return titles;
-}
-
-const platform::Alert TWO_BUTTONS{
-    platform::Alert::Style::warning, "Message", "Details", {"Show Applications Folder", "Quit"}};
 
 TEST(MessageBoxAlerts, ShowsTextsAndAnswersByButtonPosition) {
-    struct Case {
-        int click;  // index of the button pressed, -1 for Escape
-        int answer;
-    };
-    for (const Case c : {Case{0, 1000}, Case{1, 1001}, Case{-1, 1001}}) {
-        whenAlertShows([c](QMessageBox& box) {
+    const platform::Alert alert{platform::Alert::Style::warning,
+                                "Message",
+                                "Details",
+                                {"Show Applications Folder", "Quit"}};
+    for (const auto& [index, expected] : {std::pair{0, 1000}, {1, 1001}, {-1, 1001}}) {
+        const int click = index;  // -1 for Escape
+        const int answer = answerAlert(alert, [&alert, click](QMessageBox& box) {
             EXPECT_EQ(box.text(), "Message");
             EXPECT_EQ(box.informativeText(), "Details");
             EXPECT_EQ(box.icon(), QMessageBox::Warning);
+            ASSERT_EQ(box.buttons().size(), 2);
             EXPECT_EQ(box.defaultButton()->text(), "Show Applications Folder");
-            EXPECT_TRUE(buttonTitles(box).contains("Quit"));
-            if (c.click < 0) {
-                box.reject();
-            } else {
-                const QString title = TWO_BUTTONS.buttons[c.click];
-                for (QAbstractButton* button : box.buttons()) {
-                    if (button->text() == title) button->click();
-                }
-            }
+            if (click < 0) return box.reject();
+            for (QAbstractButton* button : box.buttons())
+                if (button->text() == alert.buttons[click]) button->click();
         });
-        EXPECT_EQ(platform::Alerts::real().runModal(TWO_BUTTONS), c.answer) << c.click;
+        EXPECT_EQ(answer, expected) << click;
     }
-}
-
-TEST(MessageBoxAlerts, OneOkButtonWhenNoneIsGiven) {
-    whenAlertShows([](QMessageBox& box) {
-        EXPECT_EQ(buttonTitles(box), QStringList{"OK"});
-        box.reject();
-    });
-    EXPECT_EQ(
-        platform::Alerts::real().runModal({platform::Alert::Style::informational, "m", "i", {}}),
-        platform::ALERT_FIRST_BUTTON);
+    const int ok =
+        answerAlert({platform::Alert::Style::informational, "m", "i", {}}, [](QMessageBox& box) {
+            ASSERT_EQ(box.buttons().size(), 1);
+            EXPECT_EQ(box.buttons()[0]->text(), "OK");
+            box.reject();
+        });
+    EXPECT_EQ(ok, platform::ALERT_FIRST_BUTTON);
 }
 
 }  // namespace
