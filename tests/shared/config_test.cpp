@@ -50,8 +50,7 @@ TEST_F(ConfigTest, FirstWriteCreatesPrivateDirectoryAndFile) {
 
 TEST_F(ConfigTest, WritesMergeKeepUnknownKeysTightenTheModeAndLogOnlyTheKeyName) {
     writeRaw(path, R"({"extension_setting": {"nested": [1, 2]}, "server": "https://b.example"})");
-    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                    QFileDevice::ReadGroup | QFileDevice::ReadOther);
+    ::chmod(QFile::encodeName(path).constData(), 0644);
     Shared::setConfig("api_key", "secret-key-123");
     Shared::setConfig("server", "https://a.example");
     EXPECT_EQ(modeOf(path), 0600u);
