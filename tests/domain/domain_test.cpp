@@ -2,29 +2,25 @@
 
 #include <QDir>
 #include <QFile>
-#include <QJsonDocument>
 #include <cmath>
 #include <future>
 #include <thread>
 
 #include "domain/domain_identity.h"
 #include "domain/provider_responds.h"
-#include "domain/registered_domain.h"
 #include "platform/settings_application.h"
 #include "shared/config.h"
 #include "support/fake_file_provider.h"
 #include "support/fake_platform.h"
 
 using namespace platform;
-using testing_support::FakeFileProvider;
-using testing_support::FakePlatform;
 
 namespace {
 
 class DomainTest : public ::testing::Test {
 protected:
-    FakePlatform platform;
-    FakeFileProvider provider{platform.root.path() + QStringLiteral("/state")};
+    testing_support::FakePlatform platform;
+    testing_support::FakeFileProvider provider{platform.root.path() + QStringLiteral("/state")};
 
     void writeConfig(const QByteArray& json) {
         QDir().mkpath(platform.home.dir + "/.vaskel");
@@ -47,85 +43,44 @@ protected:
 TEST_F(DomainTest, NameFollowsTheAccountEmailOnEveryRead) {
     const std::vector<std::pair<QByteArray, QString>> cases{
         {"", "Vaskel"},
-        {"{}", "Vaskel"},
-        {"{\"account_email\": \"\"}", "Vaskel"},
-        {"{\"account_email\": 42}", "Vaskel"},
-        {"[\"a@b.c\"]", "Vaskel"},
-        {"{\"account_email\": \"me@example.com\"}", "me@example.com"},
+        {R"({"account_email": ""})", "Vaskel"},
+        {R"({"account_email": "me@example.com"})", "me@example.com"},
     };
     for (const auto& [config, name] : cases) {
         writeConfig(config);
         EXPECT_EQ(DOMAIN_NAME(), name) << config.constData();
     }
-    EXPECT_EQ(makeDomain().identifier, QStringLiteral("com.norva.vaskel.domain"));
-    EXPECT_EQ(makeDomain().displayName, QStringLiteral("me@example.com"));
+    EXPECT_EQ(makeDomain().identifier + " " + makeDomain().displayName,
+              "com.norva.vaskel.domain me@example.com");
 }
 
-TEST_F(DomainTest, LookupFindsTheFirstDomainWithOurIdentifier) {
-    auto find = [] {
-        std::promise<std::optional<RegisteredDomain>> p;
-        findRegisteredDomain([&](auto found) { p.set_value(found); });
-        return p.get_future().get();
-    };
-    EXPECT_FALSE(find());
-    provider.addDomain("other.domain", "Other");
-    provider.addDomain(DOMAIN_ID, "Mine");
-    const auto found = find();
-    ASSERT_TRUE(found);
-    EXPECT_EQ(found->domain.displayName, QStringLiteral("Mine"));
-    EXPECT_EQ(found->manager.domainIdentifier(), QLatin1String(DOMAIN_ID));
-
-    QFile registry(provider.registryPath());
-    ASSERT_TRUE(registry.open(QIODevice::WriteOnly));
-    registry.write("damaged");
-    registry.close();
-    EXPECT_FALSE(find()) << "a failed listing reads as no domain";
-}
-
-TEST_F(DomainTest, ProviderRespondsAnswersFalseAtOnceWithoutADomain) {
+TEST_F(DomainTest, ProviderRespondsWhenTheListingReturnsBeforeTheDeadline) {
     provider.listing.setHang(true);
-    EXPECT_FALSE(responds(3600));
+    EXPECT_FALSE(responds(3600)) << "at once without a domain";
     EXPECT_EQ(provider.listing.calls(), 0);
-    EXPECT_EQ(PROVIDER_RESPONDS_DEFAULT_TIMEOUT, 6);
-}
 
-TEST_F(DomainTest, ProviderRespondsWhenTheListingReturns) {
     provider.addDomain(DOMAIN_ID, "Mine");
+    provider.listing.setHang(false);
     EXPECT_TRUE(responds(3600));
     EXPECT_EQ(provider.listing.calls(), 1);
-    // A folder that cannot be listed still answers: the listing returned.
-    QDir(platform.home.dir + "/CloudStorage/Vaskel-Mine").removeRecursively();
-    provider.listing.onList = [&] {
-        QDir(platform.home.dir + "/CloudStorage/Vaskel-Mine").removeRecursively();
-    };
-    EXPECT_TRUE(responds(3600));
-}
 
-TEST_F(DomainTest, AListingThatNeverReturnsGivesFalseAtTheDeadline) {
-    provider.addDomain(DOMAIN_ID, "Mine");
     provider.listing.setHang(true);
     EXPECT_FALSE(responds(0.05));
-    provider.listing.waitForCalls(1);
     for (double strange : {-1.0, double(NAN), -double(INFINITY)}) EXPECT_FALSE(responds(strange));
-    provider.listing.waitForCalls(4);
+    provider.listing.waitForCalls(5);
     provider.listing.release();
 }
 
 TEST(SettingsApplicationTest, ChoosesTheSettingsProgramOfTheCurrentDesktop) {
     const auto installed = [](const QString& name) {
-        return name == QLatin1String("systemsettings") ||
-                       name == QLatin1String("gnome-control-center")
-                   ? QStringLiteral("/usr/bin/") + name
-                   : QString();
+        return name == "systemsettings" || name == "gnome-control-center" ? "/usr/bin/" + name
+                                                                          : QString();
     };
+    const QStringList gnome{"/usr/bin/gnome-control-center"}, kde{"/usr/bin/systemsettings"};
     const std::vector<std::pair<QString, std::optional<QStringList>>> cases{
-        {"GNOME", QStringList{"/usr/bin/gnome-control-center"}},
-        {"ubuntu:GNOME", QStringList{"/usr/bin/gnome-control-center"}},
-        {"kde", QStringList{"/usr/bin/systemsettings"}},
-        {"XFCE", std::nullopt},  // known, but not installed
-        {"XFCE:KDE", QStringList{"/usr/bin/systemsettings"}},
-        {"sway", std::nullopt},
-        {"", std::nullopt},
+        {"GNOME", gnome},  {"ubuntu:GNOME", gnome},
+        {"kde", kde},      {"XFCE", std::nullopt},  // known, but not installed
+        {"XFCE:KDE", kde}, {"sway", std::nullopt},
     };
     for (const auto& [desktop, command] : cases) {
         EXPECT_EQ(settingsCommand(desktop, installed), command) << desktop.toStdString();

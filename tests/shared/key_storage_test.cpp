@@ -14,6 +14,10 @@ namespace {
 namespace status = platform::keychain_status;
 
 const QString SECRET = QStringLiteral("secret-key-7f3a");
+const QByteArray FILE_KEY = R"({"api_key":"secret-key-7f3a"})";
+const QByteArray WITH_ACCOUNT = R"({"account_email":"a@example.com","api_key":"secret-key-7f3a"})";
+const QString ME = QStringLiteral("a@example.com");
+constexpr platform::OSStatus LOCKED = status::INTERACTION_NOT_ALLOWED;
 
 class KeyStorageTest : public ::testing::Test {
 protected:
@@ -25,86 +29,58 @@ protected:
             EXPECT_FALSE(line.contains(SECRET)) << "logged the key: " << line.toStdString();
     }
 
-    // Starts a row from nothing: no item, no file, no marker, no log, a keychain that works.
-    void reset() {
+    // Starts a row from `config`, no item, no marker, no log and a keychain that works.
+    void reset(const QByteArray& config) {
         KeychainStore::deleteKey();
-        QFile::remove(Shared::configPath());
         QFile::remove(Shared::keychainMarkerPath());
         platform.log.clear();
         keychain.refuseCopy(std::nullopt);
         keychain.refuseAdd(std::nullopt);
         keychain.setReadableAcrossSession(true);
+        writeFile(Shared::configPath(), config);
     }
     void writeFile(const QString& path, const QByteArray& text) {
         QDir().mkpath(platform.home.dir + "/.vaskel");
         QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
         file.write(text);
-    }
-    QByteArray configText() {
-        QFile file(Shared::configPath());
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-    void putKeychainSecret(const QByteArray& secret) {
-        keychain.insert({KeychainStore::service, KeychainStore::accessGroup, "a@example.com",
-                         KeychainStore::label, secret});
     }
     QJsonValue fileKey() { return Shared::readConfig().value("api_key"); }
 };
 
 TEST_F(KeyStorageTest, StoredKeyPrefersTheKeychainThenANonEmptyFileString) {
-    const struct {
-        const char* name;
-        std::optional<QByteArray> keychainSecret;
-        std::optional<platform::OSStatus> keychainRefuses;
-        QByteArray config;
-        std::optional<QString> expected;
-    } cases[] = {
-        {"keychain wins", "from-keychain", {}, R"({"api_key":"from-file"})", "from-keychain"},
-        {"file only", {}, {}, R"({"api_key":"from-file"})", "from-file"},
-        {"signed out", {}, {}, R"({"api_key":""})", std::nullopt},
-        {"key is a number", {}, {}, R"({"api_key":12345})", std::nullopt},
-        {"locked keychain", "k", status::INTERACTION_NOT_ALLOWED, R"({"api_key":"from-file"})",
-         "from-file"},
-        {"unusable keychain secret", "", {}, R"({"api_key":"from-file"})", "from-file"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        reset();
-        keychain.refuseCopy(c.keychainRefuses);
-        if (c.keychainSecret) putKeychainSecret(*c.keychainSecret);
-        writeFile(Shared::configPath(), c.config);
-        EXPECT_EQ(Shared::storedKey(), c.expected);
-    }
+    reset(R"({"api_key":"from-file"})");
+    EXPECT_EQ(Shared::storedKey(), "from-file");
+    KeychainStore::saveKey("from-keychain", ME);
+    EXPECT_EQ(Shared::storedKey(), "from-keychain");
+    keychain.refuseCopy(LOCKED);
+    EXPECT_EQ(Shared::storedKey(), "from-file");
+    reset(R"({"api_key":""})");
+    EXPECT_EQ(Shared::storedKey(), std::nullopt) << "signed out";
 }
 
 TEST_F(KeyStorageTest, StoreKeyKeepsAFileCopyOnlyWhereTheKeychainCannotServe) {
-    const QString refused = "keychain refused the key (" +
-                            KeychainStore::describe(status::INTERACTION_NOT_ALLOWED) +
-                            "); keeping it in config";
+    const QString refused =
+        "keychain refused the key (" + KeychainStore::describe(LOCKED) + "); keeping it in config";
     const struct {
         const char* name;
         std::optional<platform::OSStatus> addRefused;
         bool othersReadKeychain;
-        QJsonValue fileKey;
+        QString fileKey;
         QStringList log;
     } cases[] = {
-        {"keychain for all", {}, true, QJsonValue(""), {"set api_key"}},
-        {"keychain not for all", {}, false, QJsonValue(SECRET), {"set api_key"}},
-        {"keychain refuses",
-         status::INTERACTION_NOT_ALLOWED,
-         true,
-         QJsonValue(SECRET),
-         {refused, "set api_key"}},
+        {"keychain for all", {}, true, "", {"set api_key"}},
+        {"keychain not for all", {}, false, SECRET, {"set api_key"}},
+        {"keychain refuses", LOCKED, true, SECRET, {refused, "set api_key"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        reset();
+        reset(R"({"server":"https://x"})");
         keychain.refuseAdd(c.addRefused);
         keychain.setReadableAcrossSession(c.othersReadKeychain);
-        Shared::storeKey(SECRET, "a@example.com");
+        Shared::storeKey(SECRET, ME);
 
-        EXPECT_EQ(fileKey(), c.fileKey);
+        EXPECT_EQ(fileKey(), QJsonValue(c.fileKey));
         EXPECT_EQ(platform.log.messages(), c.log);
         EXPECT_EQ(keychain.items().size(), c.addRefused ? 0u : 1u);
         EXPECT_EQ(Shared::storedKey(), SECRET);
@@ -114,90 +90,39 @@ TEST_F(KeyStorageTest, StoreKeyKeepsAFileCopyOnlyWhereTheKeychainCannotServe) {
 
 // One row per state the key can be in when the agent starts.
 TEST_F(KeyStorageTest, MigrationMovesOrClearsTheFileCopyByState) {
-    const QString moved = "moved account key to the keychain: ";
+    const QString moved = "moved account key to the keychain: ok";
+    const QString refused = "moved account key to the keychain: " + KeychainStore::describe(LOCKED);
+    const QString cleared = "removed the config.json copy of the account key";
     const struct {
         const char* name;
-        bool keychainHasKey;
-        bool marker;
-        bool othersReadKeychain;
+        bool inKeychain, marker, othersReadKeychain;
         std::optional<platform::OSStatus> addRefused;
         QByteArray config;
-        QJsonValue fileKeyAfter;
+        bool fileCopyCleared;
         std::optional<QString> itemAccount;  // none: no item afterwards
         QStringList log;
     } cases[] = {
-        {"signed out", false, false, true, {}, R"({"api_key":""})", QJsonValue(""), {}, {}},
-        {"file key is a number", false, true, true, {}, R"({"api_key":5})", QJsonValue(5), {}, {}},
-        {"file key, no account",
-         false,
-         false,
-         true,
-         {},
-         R"({"api_key":"secret-key-7f3a"})",
-         QJsonValue(SECRET),
-         "vaskel",
-         {moved + "ok"}},
-        {"file key with account",
-         false,
-         true,
-         true,
-         {},
-         R"({"account_email":"a@example.com","api_key":"secret-key-7f3a"})",
-         QJsonValue(SECRET),
-         "a@example.com",
-         {moved + "ok"}},
-        {"keychain refuses",
-         false,
-         false,
-         true,
-         status::INTERACTION_NOT_ALLOWED,
-         R"({"api_key":"secret-key-7f3a"})",
-         QJsonValue(SECRET),
-         {},
-         {moved + KeychainStore::describe(status::INTERACTION_NOT_ALLOWED)}},
-        {"both, marker",
-         true,
-         true,
-         true,
-         {},
-         R"({"api_key":"secret-key-7f3a"})",
-         QJsonValue(""),
-         "a@example.com",
-         {"set api_key", "removed the config.json copy of the account key"}},
-        {"both, no marker",
-         true,
-         false,
-         true,
-         {},
-         R"({"api_key":"secret-key-7f3a"})",
-         QJsonValue(SECRET),
-         "a@example.com",
-         {}},
-        {"both, marker, keychain not for all",
-         true,
-         true,
-         false,
-         {},
-         R"({"api_key":"secret-key-7f3a"})",
-         QJsonValue(SECRET),
-         "a@example.com",
-         {}},
+        {"signed out", false, false, true, {}, R"({"api_key":""})", false, {}, {}},
+        {"file key, no account", false, false, true, {}, FILE_KEY, false, "vaskel", {moved}},
+        {"file key with account", false, true, true, {}, WITH_ACCOUNT, false, ME, {moved}},
+        {"keychain refuses", false, false, true, LOCKED, FILE_KEY, false, {}, {refused}},
+        {"both, marker", true, true, true, {}, FILE_KEY, true, ME, {"set api_key", cleared}},
+        {"both, no marker", true, false, true, {}, FILE_KEY, false, ME, {}},
+        {"both, marker, keychain not for all", true, true, false, {}, FILE_KEY, false, ME, {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        reset();
+        reset(c.config);
+        if (c.inKeychain) KeychainStore::saveKey(SECRET, ME);
         keychain.refuseAdd(c.addRefused);
         keychain.setReadableAcrossSession(c.othersReadKeychain);
-        if (c.keychainHasKey) putKeychainSecret(SECRET.toUtf8());
-        writeFile(Shared::configPath(), c.config);
         if (c.marker) writeFile(Shared::keychainMarkerPath(), "");
-        const QByteArray before = configText();
 
         Shared::migrateKeyToKeychain();
 
-        EXPECT_EQ(fileKey(), c.fileKeyAfter);
-        if (c.fileKeyAfter != QJsonValue("")) {
-            EXPECT_EQ(configText(), before) << "file rewritten";
+        // The log shows every write of the file.
+        if (c.fileCopyCleared) {
+            EXPECT_EQ(fileKey(), QJsonValue(""));
         }
         const auto items = keychain.items();
         ASSERT_EQ(items.size(), c.itemAccount ? 1u : 0u);

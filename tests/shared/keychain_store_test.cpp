@@ -6,7 +6,6 @@
 
 namespace {
 
-using platform::KeychainItem;
 namespace status = platform::keychain_status;
 
 class KeychainStoreTest : public ::testing::Test {
@@ -25,18 +24,16 @@ TEST_F(KeychainStoreTest, SavingReplacesTheOneItemWhateverItsAccountAndLeavesOth
     keychain.insert({KeychainStore::service, "other.group", "x", "x", "other-group"});
     putOurItem("old");
     const QString key = QStringLiteral("k-\u00e9\u6f22-42");
-    ASSERT_EQ(KeychainStore::saveKey(key, "a@example.com"), status::SUCCESS);
-    ASSERT_EQ(KeychainStore::saveKey(key + "2", "b@example.com"), status::SUCCESS);
+    ASSERT_EQ(KeychainStore::saveKey(key, "b@example.com"), status::SUCCESS);
 
     const auto items = keychain.items();
     ASSERT_EQ(items.size(), 3u);
-    const KeychainItem& ours = items.back();
-    EXPECT_EQ(ours.service, "com.norva.vaskel.api-key");
-    EXPECT_EQ(ours.accessGroup, "group.com.norva.vaskel");
-    EXPECT_EQ(ours.account, "b@example.com");
-    EXPECT_EQ(ours.label, "Vaskel account key");
-    EXPECT_EQ(ours.secret, (key + "2").toUtf8());
-    EXPECT_EQ(KeychainStore::readKey(), key + "2");
+    const platform::KeychainItem& ours = items.back();
+    EXPECT_EQ((QStringList{ours.service, ours.accessGroup, ours.account, ours.label}),
+              (QStringList{"com.norva.vaskel.api-key", "group.com.norva.vaskel", "b@example.com",
+                           "Vaskel account key"}));
+    EXPECT_EQ(ours.secret, key.toUtf8());
+    EXPECT_EQ(KeychainStore::readKey(), key);
 
     KeychainStore::deleteKey();
     EXPECT_EQ(KeychainStore::readKey(), std::nullopt);
@@ -54,7 +51,6 @@ TEST_F(KeychainStoreTest, UnusableSecretsAndReadFailuresReadAsNoKey) {
         {"truncated sequence", QByteArray("key\xc3", 4), {}},
         {"encoded surrogate", QByteArray("\xed\xa0\x80", 3), {}},
         {"locked", "good", status::INTERACTION_NOT_ALLOWED},
-        {"unknown failure", "good", 7},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -77,13 +73,8 @@ TEST_F(KeychainStoreTest, SaveReturnsTheAddStatusAndIgnoresTheDelete) {
 }
 
 TEST(KeychainStoreDescribe, KnownStatusesHaveOurMessageOthersTheirNumber) {
-    for (platform::OSStatus known :
-         {status::SUCCESS, status::NOT_AVAILABLE, status::ITEM_NOT_FOUND,
-          status::INTERACTION_NOT_ALLOWED, status::NO_DEFAULT_KEYCHAIN}) {
-        EXPECT_FALSE(KeychainStore::describe(known).startsWith("OSStatus")) << known;
-    }
+    EXPECT_FALSE(KeychainStore::describe(status::INTERACTION_NOT_ALLOWED).startsWith("OSStatus"));
     EXPECT_EQ(KeychainStore::describe(1), "OSStatus 1");
-    EXPECT_EQ(KeychainStore::describe(-25290), "OSStatus -25290");
     EXPECT_EQ(KeychainStore::describe(-2147483647 - 1), "OSStatus -2147483648");
 }
 

@@ -31,33 +31,22 @@ public:
     }
 };
 
-class InstallLocationCheck : public ::testing::Test {
-protected:
+TEST(InstallLocationCheck, AlertTextsButtonsAndAnswers) {
     testing_support::FakePlatform platform;
     FakeAlerts alerts;
     FakeWorkspace workspace;
     platform::StandIn<platform::Alerts> alertsStandIn{alerts};
     platform::StandIn<platform::Workspace> workspaceStandIn{workspace};
-};
-
-TEST_F(InstallLocationCheck, GoodLocationShowsNothing) {
     platform.bundle.bundlePath = "/usr/lib/vaskel";
     EXPECT_FALSE(refuseBadInstallLocation());
     EXPECT_TRUE(alerts.shown.empty());
-}
 
-TEST_F(InstallLocationCheck, AlertTextsButtonsAndAnswers) {
     platform.bundle.bundlePath = "/Volumes/Vaskel";
-    struct Case {
-        int answer;
-        size_t reveals;
-    };
-    for (const Case c :
-         {Case{platform::ALERT_FIRST_BUTTON, 1}, Case{platform::ALERT_FIRST_BUTTON + 1, 0}}) {
+    auto& presentation = platform::Presentation::shared();
+    for (const int answer : {platform::ALERT_FIRST_BUTTON + 1, platform::ALERT_FIRST_BUTTON}) {
+        SCOPED_TRACE(answer);
         alerts.shown.clear();
-        workspace.revealed.clear();
-        alerts.answer = c.answer;
-        auto& presentation = platform::Presentation::shared();
+        alerts.answer = answer;
         presentation.setActivationPolicy(platform::ActivationPolicy::accessory);
         const int activationsBefore = presentation.activations();
 
@@ -66,16 +55,13 @@ TEST_F(InstallLocationCheck, AlertTextsButtonsAndAnswers) {
         EXPECT_EQ(presentation.activationPolicy(), platform::ActivationPolicy::regular);
         EXPECT_EQ(presentation.activations(), activationsBefore + 1);
         ASSERT_EQ(alerts.shown.size(), 1u);
-        const platform::Alert& alert = alerts.shown[0];
-        EXPECT_EQ(alert.style, platform::Alert::Style::warning);
-        EXPECT_EQ(alert.messageText, "Vaskel isn't installed yet");
-        EXPECT_EQ(alert.informativeText, *VaskelHost::installLocationProblem());
-        EXPECT_EQ(alert.buttons, (QStringList{"Show Applications Folder", "Quit"}));
-        ASSERT_EQ(workspace.revealed.size(), c.reveals);
-        if (c.reveals) {
-            EXPECT_EQ(workspace.revealed[0], QStringList{"/Applications"});
-        }
+        EXPECT_EQ(alerts.shown[0].style, platform::Alert::Style::warning);
+        EXPECT_EQ(alerts.shown[0].messageText, "Vaskel isn't installed yet");
+        EXPECT_EQ(alerts.shown[0].informativeText, *VaskelHost::installLocationProblem());
+        EXPECT_EQ(alerts.shown[0].buttons, (QStringList{"Show Applications Folder", "Quit"}));
     }
+    EXPECT_EQ(workspace.revealed, std::vector{QStringList{"/Applications"}})
+        << "only the first button reveals the folder";
 }
 
 }  // namespace
