@@ -10,8 +10,11 @@
 #include <QTemporaryDir>
 
 #include "support/run_program.h"
+#include "support/test_files.h"
 
 using testing_support::ProgramRun;
+using testing_support::readFile;
+using testing_support::writeFile;
 
 namespace {
 
@@ -31,16 +34,6 @@ protected:
         EXPECT_EQ(run.exitStatus, status) << arguments.join(' ').toStdString();
         return run.standardOutput;
     }
-    void write(const QString& path, const QByteArray& contents) {
-        QDir().mkpath(path.left(path.lastIndexOf('/')));
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(contents);
-    }
-    QByteArray read(const QString& path) {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-    }
 };
 
 TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcesses) {
@@ -48,7 +41,7 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcesses) {
     EXPECT_FALSE(QFileInfo::exists(state)) << "listing creates nothing";
 
     const QString folder = home + "/CloudStorage/Vaskel-me@example.com";
-    write(home + "/.vaskel/config.json", R"({"account_email": "me@example.com"})");
+    writeFile(home + "/.vaskel/config.json", R"({"account_email": "me@example.com"})");
     EXPECT_EQ(out({"--add"}),
               "domain added: me@example.com\nvisible at: " + folder.toUtf8() + "\n");
     EXPECT_EQ(out({"--list"}),
@@ -58,15 +51,15 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcesses) {
                     .match(QString::fromUtf8(out({"--probe"})))
                     .hasMatch());
     const QString cursor = home + "/.local/share/group.com.norva.vaskel/cursor.json";
-    write(cursor, R"({"changeCursor": 99})");
+    writeFile(cursor, R"({"changeCursor": 99})");
     EXPECT_EQ(out({"--resync"}), "cursor rewound; replaying the change feed\nrefresh signalled\n");
-    EXPECT_EQ(read(cursor), R"({"changeCursor":1})");
+    EXPECT_EQ(readFile(cursor), R"({"changeCursor":1})");
 
     // The line of --watch is out at once; the watch runs until it is stopped, here by the run's
     // time-out. --progress ends with the verdict's status.
     EXPECT_EQ(out({"--watch", "0.2"}, -1, 1.5), "watching: refreshing every 0s — ctrl-C to stop\n");
-    write(state + "/domains/com.norva.vaskel.domain/progress.json",
-          R"({"uploading": {"completedUnitCount": 3, "totalUnitCount": 4}})");
+    writeFile(state + "/domains/com.norva.vaskel.domain/progress.json",
+              R"({"uploading": {"completedUnitCount": 3, "totalUnitCount": 4}})");
     const QByteArray progress = out({"--progress", "0.8"});
     EXPECT_TRUE(progress.contains("\n  up 3/4 bytes (75%) pausable=n paused=n\n"));
     EXPECT_TRUE(progress.endsWith("\nthe system is tracking our transfers\n"));
@@ -78,14 +71,14 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcesses) {
 }
 
 TEST_F(CommandLineEndToEndTest, StateLocationsFollowTheEnvironmentAndDamageIsReported) {
-    write(state + "/registry.json", "{\"domains\": 7}");
+    writeFile(state + "/registry.json", "{\"domains\": 7}");
     // A relative XDG_STATE_HOME is not used: the state stays under ~/.local/state.
     extra.insert("XDG_STATE_HOME", "relative/state");
     EXPECT_EQ(out({"--list"}), "error: the domain registry " + state.toUtf8() +
                                    "/registry.json is damaged (no list of domains); it was left "
                                    "as it is\n");
 
-    write(root.path() + "/a file", "x");
+    writeFile(root.path() + "/a file", "x");
     extra.insert("XDG_DATA_HOME", root.path() + "/a file/share");
     EXPECT_EQ(out({"--resync"}), "no app group container\n");
 }

@@ -7,6 +7,7 @@
 
 using namespace platform;
 using testing_support::runInProcess;
+using testing_support::writeFile;
 
 namespace {
 

@@ -1,7 +1,9 @@
 #include "app/probe_and_resync.h"
 #include "support/command_fixture.h"
 
+using testing_support::readFile;
 using testing_support::runInProcess;
+using testing_support::writeFile;
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "shared/config.h"
 #include "support/fake_file_provider.h"
 #include "support/fake_platform.h"
+#include "support/test_files.h"
 
 using namespace platform;
 
@@ -23,10 +24,7 @@ protected:
     testing_support::FakeFileProvider provider{platform.root.path() + QStringLiteral("/state")};
 
     void writeConfig(const QByteArray& json) {
-        QDir().mkpath(platform.home.dir + "/.vaskel");
-        QFile file(Shared::configPath());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(json);
+        testing_support::writeFile(Shared::configPath(), json);
     }
 
     bool responds(double timeout) {

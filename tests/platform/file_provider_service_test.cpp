@@ -11,9 +11,14 @@
 #include "platform/files.h"
 #include "support/fake_file_provider.h"
 #include "support/fake_platform.h"
+#include "support/test_files.h"
 
 using namespace platform;
 using testing_support::waitFor;
+
+using testing_support::fileMode;
+using testing_support::readFile;
+using testing_support::writeFile;
 
 namespace {
 
@@ -21,20 +26,6 @@ struct Identified {
     std::optional<QString> item, domain;
     std::optional<FileProviderError> error;
 };
-
-mode_t modeOf(const QString& path) {
-    struct stat info {};
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
-}
-
-QByteArray contentsOf(const QString& path) {
-    return readSmallFile(path).value_or("<missing>");
-}
-
-void writeFile(const QString& path, const QByteArray& contents) {
-    QDir().mkpath(QFileInfo(path).path());
-    ASSERT_EQ(writeFileAtomically(path, contents, 0600), std::nullopt);
-}
 
 class FileProviderServiceTest : public ::testing::Test {
 protected:
@@ -88,15 +79,15 @@ TEST_F(FileProviderServiceTest, RegistryPersistsPrivatelyAndRemovingKeepsTheFold
     ASSERT_EQ(list.size(), 2);
     EXPECT_EQ(list[0], (FileProviderDomain{"b.domain", "B2", false, false, true}));
     EXPECT_EQ(list[1].identifier, "a.domain");
-    EXPECT_EQ(modeOf(stateDirectory), 0700u);
-    EXPECT_EQ(modeOf(provider.registryPath()), 0600u);
-    EXPECT_EQ(modeOf(folderOf("B2")), 0700u);
+    EXPECT_EQ(fileMode(stateDirectory), 0700u);
+    EXPECT_EQ(fileMode(provider.registryPath()), 0600u);
+    EXPECT_EQ(fileMode(folderOf("B2")), 0700u);
     EXPECT_TRUE(QFileInfo(folderOf("B")).isDir()) << "old folder is kept";
 
     writeFile(folderOf("A") + "/notes.txt", "mine");
     EXPECT_FALSE(remove("a.domain"));
     EXPECT_EQ(domains().first.size(), 1);
-    EXPECT_EQ(contentsOf(folderOf("A") + "/notes.txt"), "mine");
+    EXPECT_EQ(readFile(folderOf("A") + "/notes.txt"), "mine");
     const auto again = remove("a.domain");
     ASSERT_TRUE(again);
     EXPECT_EQ(again->code, FileProviderError::noSuchDomain);
@@ -118,7 +109,7 @@ TEST_F(FileProviderServiceTest, DamagedRegistryIsReportedByEveryCallAndNeverOver
         EXPECT_TRUE(signal("d"));
         EXPECT_TRUE(identify(platform.home.dir).error);
         EXPECT_FALSE(service.isRegistered("d"));
-        EXPECT_EQ(contentsOf(provider.registryPath()), contents);
+        EXPECT_EQ(readFile(provider.registryPath()), contents);
     }
 }
 
@@ -126,13 +117,13 @@ TEST_F(FileProviderServiceTest, UnusableStateOrFolderFailsWithoutLosingAnything)
     const QString blocker = platform.root.path() + "/state/fileprovider";
     writeFile(blocker, "a file where a folder belongs");
     EXPECT_EQ(add("e", "E")->code, FileProviderError::stateNotWritable);
-    EXPECT_EQ(contentsOf(blocker), "a file where a folder belongs");
+    EXPECT_EQ(readFile(blocker), "a file where a folder belongs");
     QFile::remove(blocker);
 
     writeFile(folderOf("F"), "a file, not a folder");
     EXPECT_EQ(add("f", "F")->code, FileProviderError::folderUnavailable);
     EXPECT_TRUE(domains().first.isEmpty());
-    EXPECT_EQ(contentsOf(folderOf("F")), "a file, not a folder");
+    EXPECT_EQ(readFile(folderOf("F")), "a file, not a folder");
 
     ASSERT_FALSE(add("d", "../../etc/x"));
     EXPECT_TRUE(QFileInfo(folderOf("..-..-etc-x")).isDir()) << "slashes stay inside CloudStorage";
@@ -165,7 +156,7 @@ TEST_F(FileProviderServiceTest, SignalsReconnectAndEvictionsAreRecordedForTheExt
     }
     EXPECT_EQ(provider.evictionRequests("d"),
               (QStringList{"docs/report.pdf", ROOT_CONTAINER_ITEM_IDENTIFIER}));
-    EXPECT_EQ(contentsOf(folderOf("D") + "/docs/report.pdf"), "pdf") << "eviction deletes nothing";
+    EXPECT_EQ(readFile(folderOf("D") + "/docs/report.pdf"), "pdf") << "eviction deletes nothing";
 
     QDir(folderOf("D")).removeRecursively();
     std::promise<std::optional<QString>> url;

@@ -8,12 +8,11 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
-namespace {
+#include "support/test_files.h"
 
-mode_t modeOf(const QString& path) {
-    struct stat info {};
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
-}
+using testing_support::fileMode;
+
+namespace {
 
 TEST(MakeDirectories, CreatesEveryMissingLevelWithTheModeAndKeepsExistingOnes) {
     QTemporaryDir root;
@@ -22,9 +21,9 @@ TEST(MakeDirectories, CreatesEveryMissingLevelWithTheModeAndKeepsExistingOnes) {
     ::umask(0);
     EXPECT_EQ(platform::makeDirectories(root.path() + "/kept/a/b", 0700), std::nullopt);
     ::umask(022);
-    EXPECT_EQ(modeOf(root.path() + "/kept"), 0755u);
-    EXPECT_EQ(modeOf(root.path() + "/kept/a"), 0700u);
-    EXPECT_EQ(modeOf(root.path() + "/kept/a/b"), 0700u);
+    EXPECT_EQ(fileMode(root.path() + "/kept"), 0755u);
+    EXPECT_EQ(fileMode(root.path() + "/kept/a"), 0700u);
+    EXPECT_EQ(fileMode(root.path() + "/kept/a/b"), 0700u);
     EXPECT_EQ(platform::makeDirectories(root.path() + "/kept/a", 0700), std::nullopt);
 
     ASSERT_EQ(platform::writeFileAtomically(root.path() + "/file", "x", 0600), std::nullopt);
@@ -49,10 +48,10 @@ TEST(WriteFileAtomically, ReplacesContentsAndModeOrLeavesEverythingAsItWas) {
     QTemporaryDir root;
     const QString path = root.path() + "/state.json";
     ASSERT_EQ(platform::writeFileAtomically(path, "one", 0644), std::nullopt);
-    EXPECT_EQ(modeOf(path), 0644u);
+    EXPECT_EQ(fileMode(path), 0644u);
     ASSERT_EQ(platform::writeFileAtomically(path, "two", 0600), std::nullopt);
     EXPECT_EQ(platform::readSmallFile(path), "two");
-    EXPECT_EQ(modeOf(path), 0600u);
+    EXPECT_EQ(fileMode(path), 0600u);
 
     // A non-empty directory cannot be replaced by a file: the rename fails after the write.
     const QString target = root.path() + "/target";

@@ -8,25 +8,13 @@
 #include <QJsonDocument>
 
 #include "support/fake_platform.h"
+#include "support/test_files.h"
+
+using testing_support::fileMode;
+using testing_support::readFile;
+using testing_support::writeFile;
 
 namespace {
-
-mode_t modeOf(const QString& path) {
-    struct stat info {};
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
-}
-
-QByteArray contentsOf(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
-
-void writeRaw(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
 
 class ConfigTest : public ::testing::Test {
 protected:
@@ -41,20 +29,20 @@ TEST_F(ConfigTest, FirstWriteCreatesPrivateDirectoryAndFile) {
     ::umask(0);  // the modes must not depend on the caller's umask
     Shared::setConfig("transfers_paused", true);
     ::umask(022);
-    EXPECT_EQ(modeOf(dir), 0700u);
-    EXPECT_EQ(modeOf(path), 0600u);
-    EXPECT_EQ(contentsOf(path), "{\n    \"transfers_paused\": true\n}\n");
+    EXPECT_EQ(fileMode(dir), 0700u);
+    EXPECT_EQ(fileMode(path), 0600u);
+    EXPECT_EQ(readFile(path), "{\n    \"transfers_paused\": true\n}\n");
     EXPECT_EQ(QDir(dir).entryList(QDir::Files | QDir::Hidden), QStringList{"config.json"})
         << "no temporary file is left behind";
 }
 
 TEST_F(ConfigTest, WritesMergeKeepUnknownKeysTightenTheModeAndLogOnlyTheKeyName) {
-    writeRaw(path, R"({"extension_setting": {"nested": [1, 2]}, "server": "https://b.example"})");
+    writeFile(path, R"({"extension_setting": {"nested": [1, 2]}, "server": "https://b.example"})");
     ::chmod(QFile::encodeName(path).constData(), 0644);
     Shared::setConfig("api_key", "secret-key-123");
     Shared::setConfig("server", "https://a.example");
-    EXPECT_EQ(modeOf(path), 0600u);
-    EXPECT_EQ(contentsOf(path),
+    EXPECT_EQ(fileMode(path), 0600u);
+    EXPECT_EQ(readFile(path),
               "{\n    \"api_key\": \"secret-key-123\",\n    \"extension_setting\": {\n"
               "        \"nested\": [\n            1,\n            2\n        ]\n    },\n"
               "    \"server\": \"https://a.example\"\n}\n");
@@ -72,10 +60,10 @@ TEST_F(ConfigTest, FilesThatYieldNothingAreNeverOverwrittenAndFailedWritesChange
     for (const QByteArray& bytes : unusable) {
         SCOPED_TRACE(bytes.toStdString());
         platform.log.clear();
-        writeRaw(path, bytes);
+        writeFile(path, bytes);
         EXPECT_TRUE(Shared::readConfig().isEmpty());
         Shared::setConfig("server", "https://x");
-        EXPECT_EQ(contentsOf(path), bytes);
+        EXPECT_EQ(readFile(path), bytes);
         ASSERT_EQ(platform.log.messages(), QStringList{refused});
         EXPECT_EQ(platform.log.lines()[0].level, platform::LogLevel::error);
     }
@@ -85,10 +73,10 @@ TEST_F(ConfigTest, FilesThatYieldNothingAreNeverOverwrittenAndFailedWritesChange
     EXPECT_TRUE(QFileInfo(path).isDir()) << "a directory in its place is not replaced either";
 
     QDir(dir).removeRecursively();
-    writeRaw(dir, "not a folder");
+    writeFile(dir, "not a folder");
     platform.log.clear();
     Shared::setConfig("server", "https://x");
-    EXPECT_EQ(contentsOf(dir), "not a folder");
+    EXPECT_EQ(readFile(dir), "not a folder");
     ASSERT_EQ(platform.log.lines().size(), 1u);
     EXPECT_EQ(platform.log.lines()[0].level, platform::LogLevel::error);
     EXPECT_TRUE(platform.log.messages()[0].startsWith("could not write config: "));

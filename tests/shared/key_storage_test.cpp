@@ -8,6 +8,9 @@
 #include "shared/config.h"
 #include "shared/keychain_store.h"
 #include "support/fake_platform.h"
+#include "support/test_files.h"
+
+using testing_support::writeFile;
 
 namespace {
 
@@ -38,12 +41,6 @@ protected:
         keychain.refuseAdd(std::nullopt);
         keychain.setReadableAcrossSession(true);
         writeFile(Shared::configPath(), config);
-    }
-    void writeFile(const QString& path, const QByteArray& text) {
-        QDir().mkpath(platform.home.dir + "/.vaskel");
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(text);
     }
     QJsonValue fileKey() { return Shared::readConfig().value("api_key"); }
 };

@@ -6,6 +6,7 @@
 #include <clocale>
 
 #include "support/fake_platform.h"
+#include "support/test_files.h"
 
 namespace {
 
@@ -45,10 +46,7 @@ TEST_F(RatesTest, FreshnessAndFieldRules) {
         {"oversized", sample(1, padding.constData()), none},
     };
     for (const auto& c : cases) {
-        QFile file(*Shared::statsURL());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(c.contents);
-        file.close();
+        testing_support::writeFile(*Shared::statsURL(), c.contents);
         EXPECT_EQ(Shared::readRates(), c.expected) << c.what;
     }
 }

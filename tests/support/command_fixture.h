@@ -9,6 +9,7 @@
 #include "support/command_runner.h"
 #include "support/fake_file_provider.h"
 #include "support/fake_platform.h"
+#include "support/test_files.h"
 
 namespace testing_support {
 
@@ -31,16 +32,6 @@ protected:
         const QString lock = provider.service.stateDirectory() + QStringLiteral("/.lock");
         QFile::remove(lock);
         ASSERT_TRUE(QDir().mkpath(lock));
-    }
-    void writeFile(const QString& path, const QByteArray& contents) {
-        QDir().mkpath(path.left(path.lastIndexOf(QLatin1Char('/'))));
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(contents);
-    }
-    QByteArray readFile(const QString& path) {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
     }
 };
 
