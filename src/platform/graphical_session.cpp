@@ -1,5 +1,7 @@
 #include "platform/graphical_session.h"
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -10,39 +12,50 @@
 namespace platform {
 namespace {
 
-// Connects to a Unix socket; `abstractName` selects the Linux abstract namespace.
-bool socketAccepts(const QByteArray& name, bool abstractName) {
+// Connects to a Unix socket in the file system.
+bool socketAccepts(const QByteArray& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const size_t offset = abstractName ? 1 : 0;
-    if (name.isEmpty() || size_t(name.size()) + offset >= sizeof(address.sun_path)) return false;
-    std::memcpy(address.sun_path + offset, name.constData(), size_t(name.size()));
-    const socklen_t length =
-        socklen_t(offsetof(sockaddr_un, sun_path) + offset + name.size() + (abstractName ? 0 : 1));
+    if (path.isEmpty() || size_t(path.size()) >= sizeof(address.sun_path)) return false;
+    std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return false;
-    bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0;
+    bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
     ::close(fd);
     return connected;
 }
 
-// DISPLAY is [host]:number[.screen]; a local display listens on /tmp/.X11-unix/X<number>, in
-// the abstract namespace, the file system, or both.
+// Opens and closes a real X connection, the way Qt's xcb platform will: a socket that accepts
+// is not enough, since the server may still refuse us (no cookie in XAUTHORITY, a stale display
+// forwarded over ssh) and Qt aborts the process when it does. libxcb is loaded only for this
+// check, so that the command-line tool never maps it; without it Qt cannot use X either.
 bool x11DisplayReachable(const QString& display) {
     if (display.isEmpty()) return false;
-    if (display.startsWith(QLatin1Char('/'))) {
-        // A launchd-style socket path: "/path/to/socket:0".
-        return socketAccepts(QFile::encodeName(display.section(QLatin1Char(':'), 0, 0)), false);
+    void* xcb = ::dlopen("libxcb.so.1", RTLD_NOW | RTLD_LOCAL);
+    if (!xcb) return false;
+    using Connect = void* (*)(const char* display, int* screen);
+    using HasError = int (*)(void* connection);
+    using Disconnect = void (*)(void* connection);
+    const auto connect = reinterpret_cast<Connect>(::dlsym(xcb, "xcb_connect"));
+    const auto hasError = reinterpret_cast<HasError>(::dlsym(xcb, "xcb_connection_has_error"));
+    const auto disconnect = reinterpret_cast<Disconnect>(::dlsym(xcb, "xcb_disconnect"));
+    bool reachable = false;
+    if (connect && hasError && disconnect) {
+        // libxcb prints the server's refusal on standard error; the caller explains it in one
+        // line of its own. xcb_connect never returns null: a failed connection is an object in
+        // an error state.
+        const int savedError = ::dup(STDERR_FILENO);
+        const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (savedError >= 0 && nowhere >= 0) ::dup2(nowhere, STDERR_FILENO);
+        void* connection = connect(QFile::encodeName(display).constData(), nullptr);
+        if (savedError >= 0 && nowhere >= 0) ::dup2(savedError, STDERR_FILENO);
+        if (nowhere >= 0) ::close(nowhere);
+        if (savedError >= 0) ::close(savedError);
+        reachable = hasError(connection) == 0;
+        disconnect(connection);
     }
-    const qsizetype colon = display.lastIndexOf(QLatin1Char(':'));
-    if (colon < 0) return false;
-    const QString host = display.left(colon);
-    if (!host.isEmpty() && host != QLatin1String("unix")) return true;  // remote: trusted
-    bool isNumber = false;
-    const int number = display.mid(colon + 1).section(QLatin1Char('.'), 0, 0).toInt(&isNumber);
-    if (!isNumber || number < 0) return false;
-    const QByteArray socketPath = "/tmp/.X11-unix/X" + QByteArray::number(number);
-    return socketAccepts(socketPath, true) || socketAccepts(socketPath, false);
+    ::dlclose(xcb);
+    return reachable;
 }
 
 bool waylandDisplayReachable(const EnvironmentLookup& environment) {
@@ -53,7 +66,7 @@ bool waylandDisplayReachable(const EnvironmentLookup& environment) {
         if (runtime.isEmpty()) return false;
         display = runtime + QLatin1Char('/') + display;
     }
-    return socketAccepts(QFile::encodeName(display), false);
+    return socketAccepts(QFile::encodeName(display));
 }
 
 }  // namespace
