@@ -44,7 +44,10 @@ bool pathExists(const QString& path) {
 }
 
 std::optional<QByteArray> readSmallFile(const QString& path, qint64 maxBytes) {
-    int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    // Without O_NONBLOCK, opening a FIFO would wait for a writer that may never come; regular
+    // files ignore the flag.
+    int fd =
+        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
     std::optional<QByteArray> result;
     struct stat info {};

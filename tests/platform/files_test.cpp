@@ -37,6 +37,8 @@ TEST(ReadSmallFile, RefusesWhatIsNotASmallRegularFile) {
     const QString path = root.path() + "/f";
     EXPECT_EQ(platform::readSmallFile(path), std::nullopt) << "missing";
     EXPECT_EQ(platform::readSmallFile(root.path()), std::nullopt) << "a directory";
+    ASSERT_EQ(::mkfifo(QFile::encodeName(root.path() + "/fifo").constData(), 0600), 0);
+    EXPECT_EQ(platform::readSmallFile(root.path() + "/fifo"), std::nullopt) << "a FIFO, at once";
     ASSERT_EQ(platform::writeFileAtomically(path, QByteArray(100, 'x'), 0600), std::nullopt);
     EXPECT_EQ(platform::readSmallFile(path, 100), QByteArray(100, 'x'));
     EXPECT_EQ(platform::readSmallFile(path, 99), std::nullopt) << "over the limit";
