@@ -1,5 +1,7 @@
 #include "platform/keychain_backend.h"
 
+// For secret_service_get_session_dbus_path, which libsecret keeps out of its default API.
+#define SECRET_API_SUBJECT_TO_CHANGE
 #include <libsecret/secret.h>
 
 #include <chrono>
@@ -10,8 +12,9 @@
 
 // The keychain on Linux: the Secret Service of the session bus (gnome-keyring, KWallet's
 // Secret Service, KeePassXC, ...), reached through libsecret's synchronous calls. Each operation
-// opens its own connection to the service, so a keyring daemon that restarts between two calls
-// does not leave a stale session behind, and calls from different threads share nothing.
+// opens its own connection to the service and closes its session afterwards, so a keyring
+// daemon that restarts between two calls leaves nothing stale behind, and calls from different
+// threads share nothing.
 //
 // Nothing here ever asks the user anything. A locked collection is reported as
 // INTERACTION_NOT_ALLOWED before an operation that would need it unlocked, and a watchdog cancels
@@ -143,9 +146,32 @@ Attributes queryAttributes(const KeychainQuery& query) {
     return attributes;
 }
 
+constexpr int SESSION_CLOSE_TIMEOUT_MS = 1000;
+
+// An open connection to the service. Reading or storing a secret opens a transfer session in
+// the service, which the service keeps until it is closed or the process leaves the bus, and
+// libsecret does not close it: without the Close here, a long-running agent would leave one
+// session behind in the keyring daemon for every key it reads.
 struct Connection {
     GObjectPtr<SecretService> service;
     OSStatus status = SUCCESS;
+    GCancellable* cancellable = nullptr;  // the operation's deadline, which outlives this
+
+    Connection(GObjectPtr<SecretService> openService, OSStatus result, GCancellable* deadline)
+        : service(std::move(openService)), status(result), cancellable(deadline) {}
+    Connection(Connection&&) = default;
+    Connection& operator=(Connection&&) = delete;
+    ~Connection() {
+        if (!service) return;
+        const gchar* session = secret_service_get_session_dbus_path(service.get());
+        if (!session) return;
+        auto* proxy = G_DBUS_PROXY(service.get());
+        GVariant* reply = g_dbus_connection_call_sync(
+            g_dbus_proxy_get_connection(proxy), g_dbus_proxy_get_name(proxy), session,
+            "org.freedesktop.Secret.Session", "Close", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE,
+            SESSION_CLOSE_TIMEOUT_MS, cancellable, nullptr);
+        if (reply) g_variant_unref(reply);
+    }
 };
 
 Connection connect(const Deadline& deadline) {
@@ -155,13 +181,13 @@ Connection connect(const Deadline& deadline) {
     // call must fail instead, so take the connection first and switch that off.
     GObjectPtr<GDBusConnection> bus(
         g_bus_get_sync(G_BUS_TYPE_SESSION, deadline.cancellable(), error.out()));
-    if (!bus) return {nullptr, error ? error.status() : NOT_AVAILABLE};
+    if (!bus) return {nullptr, error ? error.status() : NOT_AVAILABLE, nullptr};
     g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
 
     GObjectPtr<SecretService> service(secret_service_open_sync(
         SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_NONE, deadline.cancellable(), error.out()));
-    if (!service) return {nullptr, error ? error.status() : NOT_AVAILABLE};
-    return {std::move(service), SUCCESS};
+    if (!service) return {nullptr, error ? error.status() : NOT_AVAILABLE, nullptr};
+    return {std::move(service), SUCCESS, deadline.cancellable()};
 }
 
 struct Search {

@@ -67,6 +67,17 @@ TEST_F(SecretService, SavedKeyIsOneLabelledItemReadFromAnyThread) {
     for (auto& reader : readers) EXPECT_EQ(reader.get(), key);
 }
 
+TEST_F(SecretService, CallsLeaveNoSessionOpenInTheService) {
+    ASSERT_EQ(KeychainStore::saveKey(SECRET, "a@example.com"), status::SUCCESS);
+    const int before = session::openSessions();
+    ASSERT_GE(before, 0);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(KeychainStore::readKey(), SECRET);
+        EXPECT_EQ(KeychainStore::saveKey(SECRET, "a@example.com"), status::SUCCESS);
+    }
+    EXPECT_EQ(session::openSessions(), before);
+}
+
 TEST_F(SecretService, DeleteRemovesOnlyOurItemAndDeletingNothingIsHarmless) {
     ASSERT_TRUE(session::storeRawItem(
         {"com.norva.other", KeychainStore::accessGroup, "a", "other", "other-secret"}));

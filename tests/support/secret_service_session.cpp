@@ -119,6 +119,22 @@ bool storeRawItem(const platform::KeychainItem& item) {
     return true;
 }
 
+int openSessions() {
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+    if (!bus) return -1;
+    GVariant* reply = g_dbus_connection_call_sync(
+        bus, SECRET_SERVICE_NAME, "/org/freedesktop/secrets/session",
+        "org.freedesktop.DBus.Introspectable", "Introspect", nullptr, G_VARIANT_TYPE("(s)"),
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    g_object_unref(bus);
+    if (!reply) return -1;
+    const gchar* xml = nullptr;
+    g_variant_get(reply, "(&s)", &xml);
+    const int count = int(QByteArray(xml).count("<node name="));
+    g_variant_unref(reply);
+    return count;
+}
+
 bool lockDefaultCollection() {
     Service session;
     if (!session.service) return false;

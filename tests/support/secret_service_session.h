@@ -40,6 +40,9 @@ std::vector<StoredItem> itemsWithService(const QString& service);
 /// have written it. False on failure.
 bool storeRawItem(const platform::KeychainItem& item);
 
+/// How many transfer sessions the service holds open, for all clients; -1 when it cannot tell.
+int openSessions();
+
 /// Locks the default collection, as the desktop does when the screen locks. False on failure.
 bool lockDefaultCollection();
 
