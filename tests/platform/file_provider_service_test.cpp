@@ -1,5 +1,8 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <QDir>
 #include <QFile>
@@ -7,6 +10,7 @@
 #include <future>
 #include <thread>
 
+#include "platform/file_provider/domain_registry.h"
 #include "platform/file_provider/local_file_provider_service.h"
 #include "platform/files.h"
 #include "support/fake_file_provider.h"
@@ -127,6 +131,22 @@ TEST_F(FileProviderServiceTest, UnusableStateOrFolderFailsWithoutLosingAnything)
 
     ASSERT_FALSE(add("d", "../../etc/x"));
     EXPECT_TRUE(QFileInfo(folderOf("..-..-etc-x")).isDir()) << "slashes stay inside CloudStorage";
+}
+
+TEST_F(FileProviderServiceTest, AWriterGivesUpOnALockAnotherProcessKeeps) {
+    ASSERT_FALSE(add("d", "D"));
+    const QString lockPath = stateDirectory + "/.lock";
+    const int holder = ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(::flock(holder, LOCK_EX), 0);
+    {
+        const file_provider_state::StateLock waiting(stateDirectory, std::chrono::milliseconds(50));
+        ASSERT_TRUE(waiting.error());
+        EXPECT_EQ(waiting.error()->code, FileProviderError::stateNotWritable);
+        EXPECT_TRUE(waiting.error()->localizedDescription().endsWith(
+            "still held by another process after 0.05 s"));
+    }
+    ::close(holder);
+    EXPECT_FALSE(file_provider_state::StateLock(stateDirectory).error()) << "free again";
 }
 
 TEST_F(FileProviderServiceTest, SignalsReconnectAndEvictionsAreRecordedForTheExtension) {

@@ -8,8 +8,10 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QUrl>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 #include "platform/files.h"
 
@@ -145,7 +147,7 @@ std::optional<FileProviderError> writeStateObject(const QString& path, const QJs
     return std::nullopt;
 }
 
-StateLock::StateLock(const QString& stateDirectory) {
+StateLock::StateLock(const QString& stateDirectory, std::chrono::milliseconds patience) {
     if (const auto failure = makeDirectories(stateDirectory, 0700)) {
         error_ = makeError(FileProviderError::stateNotWritable,
                            QStringLiteral("could not create the state folder: %1").arg(*failure),
@@ -161,12 +163,29 @@ StateLock::StateLock(const QString& stateDirectory) {
                            {{QStringLiteral("path"), stateDirectory}});
         return;
     }
-    while (::flock(fd_, LOCK_EX) != 0) {
-        if (errno == EINTR) continue;
+    // flock has no time-out: poll, starting fast because the usual holder keeps the lock for a
+    // single small write.
+    const auto giveUp = std::chrono::steady_clock::now() + patience;
+    auto pause = std::chrono::milliseconds(1);
+    while (::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+        const int failure = errno;
+        if (failure == EINTR) continue;
+        QString reason = systemReason(failure);
+        if (failure == EWOULDBLOCK) {
+            if (std::chrono::steady_clock::now() < giveUp) {
+                std::this_thread::sleep_for(pause);
+                pause = std::min(pause * 2, std::chrono::milliseconds(100));
+                continue;
+            }
+            reason = QStringLiteral("still held by another process after %1 s")
+                         .arg(double(patience.count()) / 1000.0);
+        }
         error_ = makeError(FileProviderError::stateNotWritable,
                            QStringLiteral("could not lock the state folder: %1: %2")
-                               .arg(QFile::decodeName(lockPath), systemReason(errno)),
+                               .arg(QFile::decodeName(lockPath), reason),
                            {{QStringLiteral("path"), stateDirectory}});
+        ::close(fd_);
+        fd_ = -1;
         break;
     }
 }

@@ -3,6 +3,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QString>
+#include <chrono>
 #include <optional>
 
 #include "platform/file_provider/file_provider.h"
@@ -43,11 +44,17 @@ QJsonObject readStateObject(const QString& path);
 /// Replaces a JSON object file of a domain's state, creating its folder (0700) when needed.
 std::optional<FileProviderError> writeStateObject(const QString& path, const QJsonObject& object);
 
-/// Holds the state folder's writer lock for its lifetime (blocking until it is free). The
-/// state folder is created (0700) first; when that or the lock fails, `error()` says why.
+/// How long a writer waits for another process to release the state folder's lock. Longer than
+/// the command line's 20-second bound, so that a command gives up on its own terms first.
+inline constexpr std::chrono::milliseconds STATE_LOCK_PATIENCE{30'000};
+
+/// Holds the state folder's writer lock for its lifetime, waiting up to `patience` for it. The
+/// state folder is created (0700) first; when that fails or the lock stays taken, `error()`
+/// says why (stateNotWritable), so that one stuck process cannot stall the service for good.
 class StateLock {
 public:
-    explicit StateLock(const QString& stateDirectory);
+    explicit StateLock(const QString& stateDirectory,
+                       std::chrono::milliseconds patience = STATE_LOCK_PATIENCE);
     ~StateLock();
     StateLock(const StateLock&) = delete;
     StateLock& operator=(const StateLock&) = delete;
