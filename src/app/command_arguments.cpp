@@ -1,34 +1,31 @@
 #include "app/command_arguments.h"
 
-#include <charconv>
+#include <locale.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cctype>
 #include <cmath>
-#include <string>
 
 std::optional<double> parseSeconds(const QString& text) {
-    std::string bytes = text.toStdString();
-    if (!bytes.empty() && bytes.front() == '+') bytes.erase(0, 1);
-    if (bytes.empty()) return std::nullopt;
-    double value = 0;
-    const char* end = bytes.data() + bytes.size();
-    const auto [stop, error] = std::from_chars(bytes.data(), end, value);
-    if (stop != end) return std::nullopt;
-    if (error == std::errc::result_out_of_range) {
-        // Too large or too small for a double: the nearest is infinity or zero.
-        const bool negative = bytes.front() == '-';
-        const auto exponent = bytes.find_first_of("eE");
-        const bool underflow = exponent != std::string::npos && exponent + 1 < bytes.size() &&
-                               bytes[exponent + 1] == '-';
-        if (underflow) return negative ? -0.0 : 0.0;
-        return negative ? -INFINITY : INFINITY;
-    }
-    if (error != std::errc()) return std::nullopt;
+    const QByteArray bytes = text.toUtf8();
+    // strtod would skip leading white space; a number typed with it is not a number here.
+    if (bytes.isEmpty() || std::isspace(static_cast<unsigned char>(bytes.front())))
+        return std::nullopt;
+    // Decimal, scientific and hexadecimal forms, "inf" and "nan", with the point whatever the
+    // user's locale. Out of range gives infinity or (nearly) zero, as it should.
+    static const locale_t cLocale = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    char* end = nullptr;
+    const double value = ::strtod_l(bytes.constData(), &end, cLocale);
+    // The whole text must be the number; this also refuses an embedded NUL.
+    if (end != bytes.constData() + bytes.size()) return std::nullopt;
     return value;
 }
 
 double progressSeconds(const QString& text) {
     const auto value = parseSeconds(text);
     if (!value || std::isnan(*value)) return DEFAULT_PROGRESS_SECONDS;
-    return std::clamp(*value, 0.0, MAX_COMMAND_SECONDS);
+    return std::clamp(*value, -MAX_COMMAND_SECONDS, MAX_COMMAND_SECONDS);
 }
 
 double watchInterval(const QString& text) {

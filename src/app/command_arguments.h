@@ -14,13 +14,14 @@ inline constexpr double MAX_COMMAND_SECONDS = 24.0 * 24 * 3600;
 /// command never keeps the processor busy.
 inline constexpr double MIN_WATCH_INTERVAL = 0.1;
 
-/// A number of seconds as typed: a decimal or scientific floating-point text with an optional
-/// sign ("2.9", "1e3", "inf"), read without regard to the locale; none when the whole text is not
-/// one number.
+/// A number of seconds as typed: a decimal, scientific or hexadecimal floating-point text with an
+/// optional sign ("2.9", "1e3", "0x1p3", "inf"), read without regard to the locale; none when the
+/// whole text is not one number.
 std::optional<double> parseSeconds(const QString& text);
 
-/// The duration of --progress: `text` when it parses; not-a-number gives the default, negative
-/// values count as 0 (the verdict comes at once), large ones are clamped to `MAX_COMMAND_SECONDS`.
+/// The duration of --progress: `text` when it parses; not-a-number gives the default, and values
+/// beyond ±`MAX_COMMAND_SECONDS` are clamped. A negative duration is announced as it is and its
+/// verdict comes at once.
 double progressSeconds(const QString& text);
 
 /// The interval of --watch: `text` when it parses; not-a-number, zero and negative values give

@@ -1,6 +1,7 @@
 #include "app/progress_watch.h"
 
 #include <QTimer>
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -87,7 +88,7 @@ void watchProgress(double seconds, const Output& out, std::function<void(int)> f
     auto* deadline = new QTimer(context);
     deadline->setSingleShot(true);
     deadline->setTimerType(Qt::PreciseTimer);
-    deadline->setInterval(int(std::llround(seconds * 1000)));
+    deadline->setInterval(int(std::llround(std::max(seconds, 0.0) * 1000)));
     QObject::connect(deadline, &QTimer::timeout, context, [ticker, state, out, finish] {
         ticker->stop();
         out->line(state->seen

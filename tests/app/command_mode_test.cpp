@@ -52,10 +52,11 @@ TEST(CommandArgumentsTest, SecondsParseLikeNumbersAndOutOfRangeValuesAreTamed) {
     constexpr double max = MAX_COMMAND_SECONDS;
     // text, --progress seconds, --watch interval
     const std::tuple<const char*, double, double> cases[] = {
-        {"", 20, 60},      {"5s", 20, 60},     {" 5", 20, 60},
-        {"0x10", 20, 60},  {"nan", 20, 60},    {"0", 0, 60},
-        {"-3", 0, 60},     {"-1e999", 0, 60},  {"1e-999", 0, 60},
-        {"1e1", 10, 10},   {"+2.5", 2.5, 2.5}, {"0.001", 0.001, MIN_WATCH_INTERVAL},
+        {"", 20, 60},      {"5s", 20, 60},       {" 5", 20, 60},
+        {"5 ", 20, 60},    {"1,5", 20, 60},      {"nan", 20, 60},
+        {"0x10", 16, 16},  {"0x1p3", 8, 8},      {"0", 0, 60},
+        {"-3", -3, 60},    {"-1e999", -max, 60}, {"1e-999", 0, 60},
+        {"1e1", 10, 10},   {"+2.5", 2.5, 2.5},   {"0.001", 0.001, MIN_WATCH_INTERVAL},
         {"inf", max, max}, {"1e999", max, max}};
     for (const auto& [text, progress, watch] : cases) {
         EXPECT_EQ(progressSeconds(text), progress) << text;
