@@ -49,12 +49,21 @@ public:
     /// Runs `task` on the session's thread, in the order posted. Tasks travel through a queue
     /// of our own under a standard mutex; the posted event carries nothing and only wakes the
     /// thread, so every hand-over between threads is one that tools like ThreadSanitizer see.
-    void post(std::function<void()> task) {
+    /// Queues `task` for the session's thread; false, with nothing queued, once `close()` ran.
+    bool post(std::function<void()> task) {
         {
             std::lock_guard lock(tasksMutex_);
+            if (closed_) return false;
             tasks_.push_back(std::move(task));
         }
         QCoreApplication::postEvent(this, new QEvent(TASKS_EVENT));
+        return true;
+    }
+
+    /// Refuses every later `post`; what was queued before still runs.
+    void close() {
+        std::lock_guard lock(tasksMutex_);
+        closed_ = true;
     }
 
     /// Runs `task` on the session's thread and waits until it has run.
@@ -62,12 +71,16 @@ public:
         std::mutex mutex;
         std::condition_variable ran;
         bool done = false;
-        post([&] {
-            task();
-            std::lock_guard lock(mutex);
-            done = true;
-            ran.notify_all();
-        });
+        {
+            std::lock_guard lock(tasksMutex_);  // queued even after close(): shutdown needs it
+            tasks_.push_back([&] {
+                task();
+                std::lock_guard doneLock(mutex);
+                done = true;
+                ran.notify_all();
+            });
+        }
+        QCoreApplication::postEvent(this, new QEvent(TASKS_EVENT));
         std::unique_lock lock(mutex);
         ran.wait(lock, [&] { return done; });
     }
@@ -234,6 +247,7 @@ private:
 
     std::mutex tasksMutex_;
     std::deque<std::function<void()>> tasks_;
+    bool closed_ = false;
     QNetworkAccessManager* manager_ = nullptr;
     QSet<QNetworkReply*> inFlight_;
     std::mutex mutex_;
@@ -262,17 +276,19 @@ NetworkSession& NetworkSession::shared() {
 }
 
 void NetworkSession::send(HttpRequest request, std::function<void(HttpResponse)> completion) {
-    if (sessionEnded.load(std::memory_order_acquire)) {
+    // The completion is shared between the queued task and the refusal below; exactly one of
+    // them calls it.
+    auto shared = std::make_shared<std::function<void(HttpResponse)>>(std::move(completion));
+    Worker* worker = worker_;
+    const bool queued = !sessionEnded.load(std::memory_order_acquire) &&
+                        worker->post([worker, request = std::move(request), shared]() mutable {
+                            worker->start(std::move(request), std::move(*shared));
+                        });
+    if (!queued) {
         HttpResponse response;
         response.transportError = QStringLiteral("The program is shutting down.");
-        completion(std::move(response));
-        return;
+        (*shared)(std::move(response));
     }
-    Worker* worker = worker_;
-    worker->post(
-        [worker, request = std::move(request), completion = std::move(completion)]() mutable {
-            worker->start(std::move(request), std::move(completion));
-        });
 }
 
 bool NetworkSession::isSessionThread() const {
@@ -300,10 +316,13 @@ void NetworkSession::reset() {
 void NetworkSession::shutdown() {
     if (sessionEnded.exchange(true, std::memory_order_acq_rel)) return;
     Worker* worker = worker_;
+    // From here on send() answers by itself. Requests queued before still start, in order, and
+    // are then cancelled with the rest, so each completion is called once. The worker is never
+    // deleted: a send() on another thread may still be about to look at it.
+    worker->close();
     worker->runAndWait([worker] { worker->dropManager(); });
     thread_->quit();
     thread_->wait();
-    delete worker;  // its thread has ended
 }
 
 }  // namespace platform

@@ -64,7 +64,9 @@ public:
     /// one. Blocks until done. Tests call it before stopping a loopback server.
     void reset();
 
-    /// Stops the session's thread; called when the application object goes away.
+    /// Stops the session's thread; called when the application object goes away. Requests in
+    /// flight or queued complete with a transport error; later ones complete at once, on the
+    /// calling thread, with "The program is shutting down.".
     void shutdown();
 
     NetworkSession(const NetworkSession&) = delete;

@@ -124,6 +124,29 @@ INSTANTIATE_TEST_SUITE_P(Transports, NetworkSessionTest,
                          ::testing::Values(Transport::http, Transport::https),
                          testing_support::transportName);
 
+// Sends one request, shuts the session down mid-flight, sends another, and exits 0 when each
+// completed once with the right text.
+[[noreturn]] void shutDownAndReport() {
+    testing_support::LoopbackServer server;
+    server.script("GET", "/x", {.body = "{}", .delay = 30s});
+    CompletionProbe<HttpResponse> inFlight, later;
+    NetworkSession::shared().send(get(server.origin() + "/x"), inFlight.callback());
+    while (server.requests().empty()) std::this_thread::sleep_for(5ms);
+    NetworkSession::shared().shutdown();
+    NetworkSession::shared().send(get(server.origin() + "/x"), later.callback());
+    const bool once =
+        inFlight.calls() == 1 && later.calls() == 1 && later.thread() == QThread::currentThread();
+    const bool texts = inFlight.wait(0ms).transportError == "The request was cancelled." &&
+                       later.wait(0ms).transportError == "The program is shutting down.";
+    std::_Exit(once && texts ? 0 : 1);
+}
+
+// Shutting down is for good, so it runs in a child process of its own.
+TEST(NetworkSessionShutdown, CompletesEveryRequestOnceAndLaterOnesAtOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(shutDownAndReport(), ::testing::ExitedWithCode(0), "");
+}
+
 TEST(NetworkSessionTls, RefusesCertificatesItCannotTrust) {
     struct Case {
         testing_support::CertificateOptions options;
