@@ -4,7 +4,6 @@
 #include <QJsonObject>
 #include <array>
 #include <charconv>
-#include <cmath>
 
 #include "platform/app_group_container.h"
 #include "platform/clock.h"
@@ -16,17 +15,13 @@ namespace {
 
 constexpr double FRESH_FOR_SECONDS = 4.0;
 
-// stats.json holds a handful of numbers; anything much larger is not a sample.
-constexpr qint64 MAX_STATS_BYTES = 64 * 1024;
+// stats.json holds a handful of numbers and is read every second; a file of a mebibyte or more
+// is not a sample, and reading it that often would cost more than the rates are worth.
+constexpr qint64 MAX_STATS_BYTES = 1024 * 1024;
 
 double numberOrZero(const QJsonObject& object, const QString& key) {
     const QJsonValue value = object.value(key);
     return value.isDouble() ? value.toDouble() : 0.0;
-}
-
-double rateOrZero(const QJsonObject& object, const QString& key) {
-    const double rate = numberOrZero(object, key);
-    return std::isfinite(rate) && rate > 0 ? rate : 0.0;
 }
 
 }  // namespace
@@ -49,8 +44,10 @@ Rates readRates() {
     const double at = numberOrZero(sample, QStringLiteral("at"));
     const double age = platform::current<platform::Clock>().secondsSince1970() - at;
     if (!(age < FRESH_FOR_SECONDS)) return {};  // also catches not-a-number
-    return {rateOrZero(sample, QStringLiteral("down_bps")),
-            rateOrZero(sample, QStringLiteral("up_bps")), true};
+    // Rates are passed on as the writer gave them, negative ones included: formatRate shows
+    // whatever number it gets.
+    return {numberOrZero(sample, QStringLiteral("down_bps")),
+            numberOrZero(sample, QStringLiteral("up_bps")), true};
 }
 
 }  // namespace Shared

@@ -23,8 +23,9 @@ struct Rates {
 std::optional<QString> statsURL();
 
 /// Reads the current sample. It is fresh when its "at" stamp is less than 4 seconds old (a stamp
-/// in the future counts as fresh). Any problem with the file gives zero rates, not fresh; rates
-/// that are not finite non-negative numbers read as 0. Nothing is logged.
+/// in the future counts as fresh). Any problem with the file (missing, unreadable, 1 MiB or more,
+/// not a JSON object) gives zero rates, not fresh; a rate that is not a JSON number reads as 0.
+/// Nothing is logged.
 Rates readRates();
 
 }  // namespace Shared
