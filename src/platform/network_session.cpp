@@ -49,7 +49,7 @@ public:
     /// Runs `task` on the session's thread, in the order posted. Tasks travel through a queue
     /// of our own under a standard mutex; the posted event carries nothing and only wakes the
     /// thread, so every hand-over between threads is one that tools like ThreadSanitizer see.
-    /// Queues `task` for the session's thread; false, with nothing queued, once `close()` ran.
+    /// False, with nothing queued, once `close()` has run.
     bool post(std::function<void()> task) {
         {
             std::lock_guard lock(tasksMutex_);
