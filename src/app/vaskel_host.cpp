@@ -13,8 +13,10 @@ namespace VaskelHost {
 namespace {
 
 int runApplicationMode(int argc, char** argv) {
-    if (const auto problem = platform::graphicalSessionProblem(platform::processEnvironment)) {
-        std::fprintf(stderr, "vaskel: %s\n", problem->toLocal8Bit().constData());
+    const platform::GraphicalSession session =
+        platform::findGraphicalSession(platform::processEnvironment);
+    if (session.problem) {
+        std::fprintf(stderr, "vaskel: %s\n", session.problem->toLocal8Bit().constData());
         return 1;
     }
     const auto module = platform::loadDesktopModule();
@@ -23,7 +25,7 @@ int runApplicationMode(int argc, char** argv) {
                      error->toLocal8Bit().constData());
         return 1;
     }
-    platform::preferReachableDisplay();
+    if (session.waylandOnly) platform::preferWayland();
     return std::get<platform::ApplicationEntry>(module)(argc, argv);
 }
 

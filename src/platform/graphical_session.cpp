@@ -75,24 +75,22 @@ QString processEnvironment(const char* name) {
     return qEnvironmentVariable(name);
 }
 
-std::optional<QString> graphicalSessionProblem(const EnvironmentLookup& environment) {
-    if (!environment("QT_QPA_PLATFORM").isEmpty()) return std::nullopt;
-    if (x11DisplayReachable(environment("DISPLAY"))) return std::nullopt;
-    if (waylandDisplayReachable(environment)) return std::nullopt;
+GraphicalSession findGraphicalSession(const EnvironmentLookup& environment) {
+    if (!environment("QT_QPA_PLATFORM").isEmpty()) return {};
     const QString display = environment("DISPLAY");
+    if (x11DisplayReachable(display)) return {};
+    if (waylandDisplayReachable(environment)) return {std::nullopt, true};
     if (!display.isEmpty()) {
-        return QStringLiteral("cannot open the display \"%1\"; run Vaskel from a desktop session")
-            .arg(display);
+        return {QStringLiteral("cannot open the display \"%1\"; run Vaskel from a desktop session")
+                    .arg(display)};
     }
-    return QStringLiteral(
+    return {QStringLiteral(
         "no graphical session (neither DISPLAY nor WAYLAND_DISPLAY is set); run Vaskel from a "
-        "desktop session, or give it a command-line option");
+        "desktop session, or give it a command-line option")};
 }
 
-void preferReachableDisplay() {
-    if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) return;
-    if (x11DisplayReachable(processEnvironment("DISPLAY"))) return;
-    if (waylandDisplayReachable(processEnvironment)) qputenv("QT_QPA_PLATFORM", "wayland");
+void preferWayland() {
+    qputenv("QT_QPA_PLATFORM", "wayland");
 }
 
 }  // namespace platform

@@ -12,15 +12,21 @@ using EnvironmentLookup = std::function<QString(const char* name)>;
 /// The process environment.
 QString processEnvironment(const char* name);
 
-/// Tells whether a window can be opened, without letting the toolkit abort when none can.
-/// Gives none when a display is usable: a Qt platform chosen through QT_QPA_PLATFORM, an X
-/// display that accepts a connection from us (authorised through the process's XAUTHORITY,
-/// local or remote), or a Wayland socket that accepts one. Otherwise gives a one-line
-/// explanation for the user.
-std::optional<QString> graphicalSessionProblem(const EnvironmentLookup& environment);
+/// Whether windows can be opened, and on which display.
+struct GraphicalSession {
+    /// None when a display is usable; otherwise a one-line explanation for the user.
+    std::optional<QString> problem;
+    /// The X display is not usable but a Wayland one is: Qt must be told (see preferWayland).
+    bool waylandOnly = false;
+};
 
-/// When only a Wayland display is reachable, asks Qt to use it (Qt tries X11 first otherwise).
-/// Leaves an explicit QT_QPA_PLATFORM alone.
-void preferReachableDisplay();
+/// Finds out whether a window can be opened, without letting the toolkit abort when none can.
+/// A display is usable when a Qt platform is chosen through QT_QPA_PLATFORM, when an X display
+/// accepts a connection from us (authorised through the process's XAUTHORITY, local or remote),
+/// or when a Wayland socket accepts one. Each display is tried once.
+GraphicalSession findGraphicalSession(const EnvironmentLookup& environment);
+
+/// Asks Qt to use Wayland, which it otherwise tries only after X11.
+void preferWayland();
 
 }  // namespace platform

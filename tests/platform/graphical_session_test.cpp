@@ -69,10 +69,10 @@ TEST(GraphicalSession, DecidesFromTheEnvironment) {
     };
     for (const auto& c : cases) {
         qputenv("XAUTHORITY", c.cookies.toLocal8Bit());
-        const auto found = platform::graphicalSessionProblem([&](const char* name) {
-            const auto value = c.environment.find(name);
-            return value == c.environment.end() ? QString() : value->second;
-        });
+        const auto found = platform::findGraphicalSession([&](const char* name) {
+                               const auto value = c.environment.find(name);
+                               return value == c.environment.end() ? QString() : value->second;
+                           }).problem;
         EXPECT_EQ(found.has_value(), c.problem.has_value())
             << found.value_or("usable").toStdString();
         if (found && c.problem) {
