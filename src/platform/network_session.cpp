@@ -46,19 +46,9 @@ std::atomic<bool> sessionEnded{false};
 
 class NetworkSession::Worker final : public QObject {
 public:
-    /// Runs `task` on the session's thread, in the order posted. Tasks travel through a queue
-    /// of our own under a standard mutex; the posted event carries nothing and only wakes the
-    /// thread, so every hand-over between threads is one that tools like ThreadSanitizer see.
-    /// False, with nothing queued, once `close()` has run.
-    bool post(std::function<void()> task) {
-        {
-            std::lock_guard lock(tasksMutex_);
-            if (closed_) return false;
-            tasks_.push_back(std::move(task));
-        }
-        QCoreApplication::postEvent(this, new QEvent(TASKS_EVENT));
-        return true;
-    }
+    /// Runs `task` on the session's thread, in the order posted. False, with nothing queued,
+    /// once `close()` has run.
+    bool post(std::function<void()> task) { return enqueue(std::move(task), false); }
 
     /// Refuses every later `post`; what was queued before still runs.
     void close() {
@@ -66,21 +56,20 @@ public:
         closed_ = true;
     }
 
-    /// Runs `task` on the session's thread and waits until it has run.
+    /// Runs `task` on the session's thread and waits until it has run; also after `close()`,
+    /// which shutting down needs.
     void runAndWait(const std::function<void()>& task) {
         std::mutex mutex;
         std::condition_variable ran;
         bool done = false;
-        {
-            std::lock_guard lock(tasksMutex_);  // queued even after close(): shutdown needs it
-            tasks_.push_back([&] {
+        enqueue(
+            [&] {
                 task();
-                std::lock_guard doneLock(mutex);
+                std::lock_guard lock(mutex);
                 done = true;
                 ran.notify_all();
-            });
-        }
-        QCoreApplication::postEvent(this, new QEvent(TASKS_EVENT));
+            },
+            true);
         std::unique_lock lock(mutex);
         ran.wait(lock, [&] { return done; });
     }
@@ -196,6 +185,19 @@ protected:
     }
 
 private:
+    // Tasks travel through a queue of our own under a standard mutex; the posted event carries
+    // nothing and only wakes the thread, so every hand-over between threads is one that tools
+    // like ThreadSanitizer see.
+    bool enqueue(std::function<void()> task, bool evenWhenClosed) {
+        {
+            std::lock_guard lock(tasksMutex_);
+            if (closed_ && !evenWhenClosed) return false;
+            tasks_.push_back(std::move(task));
+        }
+        QCoreApplication::postEvent(this, new QEvent(TASKS_EVENT));
+        return true;
+    }
+
     static constexpr QEvent::Type TASKS_EVENT = QEvent::Type(QEvent::User + 1);
 
     QNetworkAccessManager& manager() {
