@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <optional>
 #include <ostream>
 
@@ -11,4 +12,9 @@ inline void PrintTo(const QString& text, std::ostream* out) {
 }
 inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
     *out << '"' << bytes.left(200).toStdString() << (bytes.size() > 200 ? "...\"" : "\"");
+}
+inline void PrintTo(const QStringList& lines, std::ostream* out) {
+    *out << '{';
+    for (const QString& line : lines) *out << " \"" << line.toStdString() << '"';
+    *out << " }";
 }

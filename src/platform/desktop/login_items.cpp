@@ -18,9 +18,11 @@ QString autostartEntryPath() {
     return configHome + QStringLiteral("/autostart/vaskel.desktop");
 }
 
-// Quotes a path for the Exec key of a desktop entry.
+// Quotes a path for the Exec key of a desktop entry: inside double quotes \ " ` $ take a
+// backslash, and % is doubled so that it is not a field code.
 QString execArgument(QString path) {
-    path.replace(QLatin1Char('\\'), QStringLiteral("\\\\"))
+    path.replace(QLatin1Char('%'), QStringLiteral("%%"))
+        .replace(QLatin1Char('\\'), QStringLiteral("\\\\"))
         .replace(QLatin1Char('"'), QStringLiteral("\\\""))
         .replace(QLatin1Char('`'), QStringLiteral("\\`"))
         .replace(QLatin1Char('$'), QStringLiteral("\\$"));
