@@ -49,9 +49,12 @@ void MenuBarController::start() {
         mlog.info(QStringLiteral("status item created"));
     } else {
         mlog.error(QStringLiteral("status item has no button — menu bar may be full"));
-        // The item remembers what it is given and shows it once a tray appears.
+        // The item remembers what it is given and shows it once a tray appears. A panel that
+        // starts along with the session gets a moment before the user is told.
         setIcon(QStringLiteral("cloud"), QStringLiteral("Vaskel"));
-        announceMissingTray();
+        QTimer::singleShot(int(trayGrace * 1000), this, [this] {
+            if (!statusItem_->hasButton()) announceMissingTray();
+        });
     }
 
     menu_ = std::make_unique<QMenu>();

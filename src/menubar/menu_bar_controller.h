@@ -122,6 +122,9 @@ public:
 
     /// Period of the refresh timer, in seconds.
     double refreshInterval = 60;
+    /// How long a desktop may take to bring up its tray before the user is told there is none,
+    /// in seconds.
+    double trayGrace = 10;
 
 private:
     void ensureConnected();

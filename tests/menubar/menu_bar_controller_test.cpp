@@ -127,6 +127,7 @@ TEST_F(MenuBarControllerTest, NotConfiguredShowsSetupAfterAMomentAndRunsBothTime
     EXPECT_EQ(controller->refreshTimer()->interval(), 60000);
     EXPECT_EQ(controller->tickTimer()->interval(), 1000);
     EXPECT_TRUE(server.requests().empty());
+    EXPECT_TRUE(desktop.notifications.shown.empty()) << "there is a tray";
 
     // Dismissing while still not configured keeps the regular presentation; once configured,
     // it turns to the tray alone.
@@ -135,6 +136,17 @@ TEST_F(MenuBarControllerTest, NotConfiguredShowsSetupAfterAMomentAndRunsBothTime
     configure();
     desktop.setup.presented[0].onDismiss();
     EXPECT_EQ(platform::Presentation::shared().activationPolicy(), ActivationPolicy::accessory);
+}
+
+TEST_F(MenuBarControllerTest, WithoutATrayTheUserIsToldOnceHowToReachTheAgent) {
+    desktop.statusBar.button = false;
+    controller->trayGrace = 0.05;
+    started();
+    EXPECT_TRUE(
+        platform.log.messages().contains("status item has no button — menu bar may be full"));
+    ASSERT_TRUE(waitUntil([&] { return !desktop.notifications.shown.empty(); }, 1000));
+    EXPECT_EQ(desktop.notifications.shown[0].identifier, "vaskel-no-tray");
+    EXPECT_EQ(item().symbol(), "cloud") << "the item keeps its state for a tray that comes later";
 }
 
 TEST_F(MenuBarControllerTest, ConfiguredWithDomainConnectsWithoutValidatingTheKey) {
