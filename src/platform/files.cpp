@@ -1,6 +1,8 @@
 #include "platform/files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +36,48 @@ QString directoryOf(const QString& path) {
     if (slash < 0) return QStringLiteral(".");
     if (slash == 0) return QStringLiteral("/");
     return path.left(slash);
+}
+
+// Temporary files of `writeFileAtomically` are hidden and carry a tag that nothing else uses:
+// ".<name>.vaskel-tmp-" followed by mkstemp's six characters.
+QByteArray temporaryPrefix(const QString& path) {
+    const int slash = path.lastIndexOf(QLatin1Char('/'));
+    return '.' + QFile::encodeName(path.mid(slash + 1)) + ".vaskel-tmp-";
+}
+
+bool lockExclusively(int fd) {
+    while (::flock(fd, LOCK_EX) != 0) {
+        if (errno != EINTR) return false;
+    }
+    return true;
+}
+
+// Removes the temporary files that writers of the same file left when they died before renaming
+// (a kill, a crash, a power cut): each holds a whole copy of the contents, which for the
+// configuration includes the account key. A writer holds a lock on its temporary file until the
+// rename, and the kernel drops the lock with the process, so a file that can be locked has no
+// writer any more. Failures are ignored: the next writer tries again.
+void removeAbandonedTemporaries(const QByteArray& directory, const QByteArray& prefix) {
+    DIR* listing = ::opendir(directory.constData());
+    if (!listing) return;
+    const int directoryFd = ::dirfd(listing);
+    const size_t nameLength = size_t(prefix.size()) + 6;
+    while (const dirent* entry = ::readdir(listing)) {
+        if (std::strlen(entry->d_name) != nameLength ||
+            std::strncmp(entry->d_name, prefix.constData(), size_t(prefix.size())) != 0) {
+            continue;
+        }
+        const int fd = ::openat(directoryFd, entry->d_name,
+                                O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        if (fd < 0) continue;
+        struct stat info {};
+        if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() &&
+            ::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            ::unlinkat(directoryFd, entry->d_name, 0);
+        }
+        ::close(fd);
+    }
+    ::closedir(listing);
 }
 
 }  // namespace
@@ -109,32 +153,43 @@ std::optional<QString> makeDirectories(const QString& path, mode_t mode) {
 std::optional<QString> writeFileAtomically(const QString& path, const QByteArray& contents,
                                            mode_t mode) {
     const QString directory = directoryOf(path);
-    QByteArray temporary = QFile::encodeName(path) + ".XXXXXX";
-    // mkstemp creates the file with mode 0600, so nobody else can read it while it fills.
-    int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) return describe(path, errno);
+    const QByteArray nativeDirectory = QFile::encodeName(directory);
+    const QByteArray prefix = temporaryPrefix(path);
+    const QByteArray native = QFile::encodeName(path);
+
+    // The temporary file stays locked until it has been renamed, so the next writer can tell a
+    // write in progress from one whose process died. A cleaner that got hold of the fresh file
+    // before the lock did has removed it: make another.
+    QByteArray temporary;
+    int fd = -1;
+    for (int attempt = 0; fd < 0 && attempt < 3; ++attempt) {
+        temporary = nativeDirectory + '/' + prefix + "XXXXXX";
+        // mkstemp creates the file with mode 0600, so nobody else can read it while it fills.
+        fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+        if (fd < 0) return describe(path, errno);
+        // Where the file system has no locks, nothing is ever taken for abandoned either.
+        lockExclusively(fd);
+        struct stat info {};
+        if (::fstat(fd, &info) != 0 || info.st_nlink > 0) break;
+        ::close(fd);
+        fd = -1;
+    }
+    if (fd < 0) return describe(path, EAGAIN);
+    removeAbandonedTemporaries(nativeDirectory, prefix);
 
     auto fail = [&](int error) {
-        ::close(fd);
         ::unlink(temporary.constData());
+        ::close(fd);
         return describe(path, error);
     };
     if (::fchmod(fd, mode) != 0) return fail(errno);
     if (!writeAll(fd, contents.constData(), size_t(contents.size()))) return fail(errno);
     if (::fsync(fd) != 0) return fail(errno);
-    if (::close(fd) != 0) {
-        int error = errno;
-        ::unlink(temporary.constData());
-        return describe(path, error);
-    }
-    if (::rename(temporary.constData(), QFile::encodeName(path).constData()) != 0) {
-        int error = errno;
-        ::unlink(temporary.constData());
-        return describe(path, error);
-    }
+    // Renamed while still locked: once unlocked, the name is the real file's.
+    if (::rename(temporary.constData(), native.constData()) != 0) return fail(errno);
+    ::close(fd);  // the contents are on disk already; nothing is lost when closing fails
     // Make the rename itself durable. A failure here leaves a complete file in place.
-    int dirFd =
-        ::open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int dirFd = ::open(nativeDirectory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dirFd >= 0) {
         ::fsync(dirFd);
         ::close(dirFd);

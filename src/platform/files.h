@@ -23,7 +23,9 @@ std::optional<QString> makeDirectories(const QString& path, mode_t mode);
 /// file, never a part of one, and the new file survives a crash: a temporary file created with
 /// `mode` in the same directory (so the contents are never more readable than `mode`), written,
 /// synced, renamed over `path`, then the directory synced. On any failure `path` is untouched, the
-/// temporary file is removed, and the error is described ("<path>: <reason>").
+/// temporary file is removed, and the error is described ("<path>: <reason>"). Temporary files
+/// that earlier writers of `path` left behind when they died before the rename are removed; those
+/// of writers still at work are left alone.
 std::optional<QString> writeFileAtomically(const QString& path, const QByteArray& contents,
                                            mode_t mode);
 

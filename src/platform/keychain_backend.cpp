@@ -4,10 +4,13 @@
 #define SECRET_API_SUBJECT_TO_CHANGE
 #include <libsecret/secret.h>
 
+#include <QByteArray>
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 // The keychain on Linux: the Secret Service of the session bus (gnome-keyring, KWallet's
@@ -19,7 +22,8 @@
 // Nothing here ever asks the user anything. A locked collection is reported as
 // INTERACTION_NOT_ALLOWED before an operation that would need it unlocked, and a watchdog cancels
 // any operation that is still running after OPERATION_DEADLINE, so a service that never answers,
-// or a prompt that a service raises on its own, cannot block the caller.
+// or a prompt that a service raises on its own, cannot block the caller. A service that let the
+// deadline pass once costs no further wait (SilentServiceMemory).
 
 namespace platform {
 namespace {
@@ -83,6 +87,15 @@ public:
     GError** out() { return &error_; }
     explicit operator bool() const { return error_ != nullptr; }
 
+    /// Whether this is the D-Bus error `name` that a peer sent.
+    bool isRemote(const char* name) const {
+        if (!error_ || !g_dbus_error_is_remote_error(error_)) return false;
+        gchar* remote = g_dbus_error_get_remote_error(error_);
+        const bool same = remote && std::strcmp(remote, name) == 0;
+        g_free(remote);
+        return same;
+    }
+
     /// The keychain status this error stands for.
     OSStatus status() const {
         if (!error_) return SUCCESS;
@@ -123,16 +136,25 @@ public:
 
     GCancellable* cancellable() const { return cancellable_; }
 
+    /// Whether the watchdog had to cancel the operation.
+    bool expired() const {
+        std::lock_guard lock(mutex_);
+        return expired_;
+    }
+
 private:
     void watch() {
         std::unique_lock lock(mutex_);
-        if (!wake_.wait_for(lock, OPERATION_DEADLINE, [this] { return finished_; }))
+        if (!wake_.wait_for(lock, OPERATION_DEADLINE, [this] { return finished_; })) {
+            expired_ = true;
             g_cancellable_cancel(cancellable_);
+        }
     }
 
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable wake_;
     bool finished_ = false;
+    bool expired_ = false;
     GCancellable* cancellable_;
     std::thread watchdog_;  // last: starts once everything above exists
 };
@@ -147,21 +169,87 @@ Attributes queryAttributes(const KeychainQuery& query) {
 }
 
 constexpr int SESSION_CLOSE_TIMEOUT_MS = 1000;
+constexpr int OWNER_QUERY_TIMEOUT_MS = 1000;
+constexpr const char* SECRET_SERVICE_NAME = "org.freedesktop.secrets";
+
+/// Who owns the Secret Service's name on `bus`: the owner's unique name, the empty string when
+/// nobody does, none when the bus did not say. The bus itself answers, never the service.
+std::optional<QByteArray> serviceOwner(GDBusConnection* bus) {
+    Error error;
+    GVariant* reply = g_dbus_connection_call_sync(
+        bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "GetNameOwner", g_variant_new("(s)", SECRET_SERVICE_NAME), G_VARIANT_TYPE("(s)"),
+        G_DBUS_CALL_FLAGS_NONE, OWNER_QUERY_TIMEOUT_MS, nullptr, error.out());
+    if (!reply) {
+        if (!error.isRemote("org.freedesktop.DBus.Error.NameHasNoOwner")) return std::nullopt;
+        return QByteArray();
+    }
+    const gchar* owner = nullptr;
+    g_variant_get(reply, "(&s)", &owner);
+    QByteArray result(owner);
+    g_variant_unref(reply);
+    return result;
+}
+
+/// A Secret Service that let one call run into the deadline will let the next ones do the same:
+/// the owner of the service's name at that moment is remembered, and while the same owner (or,
+/// for an activation that never finished, still nobody) holds the name, calls fail at once
+/// instead of waiting again. A service that restarts, or one that appears, is asked again.
+class SilentServiceMemory {
+public:
+    /// Whether the service on `bus` is the one found silent.
+    bool silent(GDBusConnection* bus) {
+        {
+            std::lock_guard lock(mutex_);
+            if (!silentOwner_) return false;
+        }
+        const std::optional<QByteArray> owner = serviceOwner(bus);
+        std::lock_guard lock(mutex_);
+        if (!silentOwner_) return false;
+        if (owner == silentOwner_) return true;
+        silentOwner_.reset();
+        return false;
+    }
+
+    /// Notes that the service on `bus` did not answer in time.
+    void remember(GDBusConnection* bus) {
+        const std::optional<QByteArray> owner = serviceOwner(bus);
+        std::lock_guard lock(mutex_);
+        silentOwner_ = owner;
+    }
+
+private:
+    std::mutex mutex_;
+    std::optional<QByteArray> silentOwner_;
+};
+
+SilentServiceMemory& silentService() {
+    static SilentServiceMemory memory;
+    return memory;
+}
 
 // An open connection to the service. Reading or storing a secret opens a transfer session in
 // the service, which the service keeps until it is closed or the process leaves the bus, and
 // libsecret does not close it: without the Close here, a long-running agent would leave one
 // session behind in the keyring daemon for every key it reads.
+//
+// It also notes, when the operation ran into its deadline, that the service is silent.
 struct Connection {
+    GObjectPtr<GDBusConnection> bus;
     GObjectPtr<SecretService> service;
     OSStatus status = SUCCESS;
-    GCancellable* cancellable = nullptr;  // the operation's deadline, which outlives this
+    const Deadline* deadline = nullptr;  // the operation's deadline, which outlives this
 
-    Connection(GObjectPtr<SecretService> openService, OSStatus result, GCancellable* deadline)
-        : service(std::move(openService)), status(result), cancellable(deadline) {}
+    Connection(GObjectPtr<GDBusConnection> sessionBus, GObjectPtr<SecretService> openService,
+               OSStatus result, const Deadline* operationDeadline)
+        : bus(std::move(sessionBus)),
+          service(std::move(openService)),
+          status(result),
+          deadline(operationDeadline) {}
     Connection(Connection&&) = default;
     Connection& operator=(Connection&&) = delete;
     ~Connection() {
+        if (bus && deadline && deadline->expired()) silentService().remember(bus.get());
         if (!service) return;
         const gchar* session = secret_service_get_session_dbus_path(service.get());
         if (!session) return;
@@ -169,7 +257,7 @@ struct Connection {
         GVariant* reply = g_dbus_connection_call_sync(
             g_dbus_proxy_get_connection(proxy), g_dbus_proxy_get_name(proxy), session,
             "org.freedesktop.Secret.Session", "Close", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE,
-            SESSION_CLOSE_TIMEOUT_MS, cancellable, nullptr);
+            SESSION_CLOSE_TIMEOUT_MS, deadline->cancellable(), nullptr);
         if (reply) g_variant_unref(reply);
     }
 };
@@ -181,13 +269,14 @@ Connection connect(const Deadline& deadline) {
     // call must fail instead, so take the connection first and switch that off.
     GObjectPtr<GDBusConnection> bus(
         g_bus_get_sync(G_BUS_TYPE_SESSION, deadline.cancellable(), error.out()));
-    if (!bus) return {nullptr, error ? error.status() : NOT_AVAILABLE, nullptr};
+    if (!bus) return {nullptr, nullptr, error ? error.status() : NOT_AVAILABLE, nullptr};
     g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
+    if (silentService().silent(bus.get())) return {nullptr, nullptr, NOT_AVAILABLE, nullptr};
 
     GObjectPtr<SecretService> service(secret_service_open_sync(
         SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_NONE, deadline.cancellable(), error.out()));
-    if (!service) return {nullptr, error ? error.status() : NOT_AVAILABLE, nullptr};
-    return {std::move(service), SUCCESS, deadline.cancellable()};
+    OSStatus status = service ? SUCCESS : error ? error.status() : NOT_AVAILABLE;
+    return {std::move(bus), std::move(service), status, &deadline};
 }
 
 struct Search {

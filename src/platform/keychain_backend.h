@@ -24,7 +24,8 @@ struct KeychainItem {
 
 /// The user's keychain: generic-password items found by service and access group. Every call is
 /// synchronous, may be made from any thread, and returns within a bounded time: an unreachable,
-/// silent or locked keychain gives a failure status, never a prompt or a hang.
+/// silent or locked keychain gives a failure status, never a prompt or a hang. A keychain that
+/// once made a call wait out that bound is not waited for again while it stays the same.
 class KeychainBackend {
 public:
     virtual ~KeychainBackend() = default;

@@ -26,59 +26,56 @@ QString certificateProblem(const QList<QSslError>& sslErrors) {
 
 }  // namespace
 
-bool isTransportError(QNetworkReply::NetworkError error) {
-    // Qt numbers its errors by group: 1-99 network layer, 101-199 proxy, 201-299 content
-    // (HTTP 4xx), 301-399 protocol, 401-499 server (HTTP 5xx).
-    const int code = int(error);
-    if (code == 0) return false;
-    if (code >= 201 && code <= 299) return false;
-    if (code >= 401 && code <= 499) return false;
-    return true;
-}
-
 QString timedOutText() {
     return QStringLiteral("The request timed out.");
 }
 
-QString describeTransportError(QNetworkReply::NetworkError error,
-                               const QList<QSslError>& sslErrors) {
-    using E = QNetworkReply;
+QString connectionLostText() {
+    return QStringLiteral("The network connection was lost.");
+}
+
+QString unreadableAnswerText() {
+    return QStringLiteral("The server's answer could not be read.");
+}
+
+QString cancelledText() {
+    return QStringLiteral("The request was cancelled.");
+}
+
+QString unsupportedProtocolText() {
+    return QStringLiteral("The server address uses a protocol that is not supported.");
+}
+
+QString describeSocketError(QAbstractSocket::SocketError error, const QList<QSslError>& sslErrors) {
+    using E = QAbstractSocket;
     switch (error) {
         case E::ConnectionRefusedError:
             return QStringLiteral("The server refused the connection.");
         case E::RemoteHostClosedError:
-            return QStringLiteral("The network connection was lost.");
+            return connectionLostText();
         case E::HostNotFoundError:
             return QStringLiteral("A server with that name could not be found.");
-        case E::TimeoutError:
+        case E::SocketTimeoutError:
             return timedOutText();
-        case E::OperationCanceledError:
-            return QStringLiteral("The request was cancelled.");
         case E::SslHandshakeFailedError: {
             const QString problem = certificateProblem(sslErrors);
             return problem.isEmpty()
                        ? QStringLiteral("A secure connection to the server could not be made.")
                        : problem;
         }
-        case E::TemporaryNetworkFailureError:
-        case E::NetworkSessionFailedError:
-        case E::BackgroundRequestNotAllowedError:
+        case E::SslInternalError:
+        case E::SslInvalidUserDataError:
+            return QStringLiteral("A secure connection to the server could not be made.");
+        case E::NetworkError:  // no route to the server's network
+        case E::TemporaryError:
             return QStringLiteral("The network connection appears to be offline.");
-        case E::TooManyRedirectsError:
-        case E::InsecureRedirectError:
-            return QStringLiteral("The server redirected the request elsewhere.");
+        case E::ProxyAuthenticationRequiredError:
         case E::ProxyConnectionRefusedError:
         case E::ProxyConnectionClosedError:
+        case E::ProxyConnectionTimeoutError:
         case E::ProxyNotFoundError:
-        case E::ProxyTimeoutError:
-        case E::ProxyAuthenticationRequiredError:
-        case E::UnknownProxyError:
+        case E::ProxyProtocolError:
             return QStringLiteral("The proxy server could not be used.");
-        case E::ProtocolUnknownError:
-            return QStringLiteral("The server address uses a protocol that is not supported.");
-        case E::ProtocolInvalidOperationError:
-        case E::ProtocolFailure:
-            return QStringLiteral("The server's answer could not be read.");
         default:
             return QStringLiteral("The connection to the server failed.");
     }

@@ -1,22 +1,30 @@
 #pragma once
 
+#include <QAbstractSocket>
 #include <QList>
-#include <QNetworkReply>
 #include <QSslError>
 #include <QString>
 
+// The readable sentences that stand for failures of the transport, which callers show as they
+// stand after their own words ("Could not reach the server. ...").
 namespace platform {
 
-/// Whether a reply's error is a failure of the transport (connection, TLS, proxy, protocol)
-/// rather than an HTTP status that the server chose to send.
-bool isTransportError(QNetworkReply::NetworkError error);
+/// A connection failure, naming the certificate problem when TLS verification failed.
+QString describeSocketError(QAbstractSocket::SocketError error, const QList<QSslError>& sslErrors);
 
-/// A readable sentence for a transport failure, naming the certificate problem when TLS
-/// verification failed.
-QString describeTransportError(QNetworkReply::NetworkError error,
-                               const QList<QSslError>& sslErrors);
-
-/// The description of a request that got no answer within its time-out.
+/// A request that got no complete answer within its time-out.
 QString timedOutText();
+
+/// A connection that ended before a complete answer arrived.
+QString connectionLostText();
+
+/// An answer that breaks HTTP's rules.
+QString unreadableAnswerText();
+
+/// A request cancelled before it completed.
+QString cancelledText();
+
+/// An address whose scheme is neither http nor https.
+QString unsupportedProtocolText();
 
 }  // namespace platform

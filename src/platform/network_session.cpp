@@ -2,43 +2,19 @@
 
 #include <QCoreApplication>
 #include <QEvent>
-#include <QNetworkAccessManager>
-#include <QNetworkCookie>
-#include <QNetworkCookieJar>
-#include <QNetworkReply>
-#include <QNetworkRequest>
 #include <QSet>
-#include <QSslConfiguration>
 #include <QThread>
-#include <QTimer>
 #include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
 
+#include "platform/http_exchange.h"
 #include "platform/network_error_text.h"
 
 namespace platform {
 namespace {
-
-/// A jar that never keeps or hands out a cookie: every request stands on its own.
-class NoCookieJar final : public QNetworkCookieJar {
-public:
-    using QNetworkCookieJar::QNetworkCookieJar;
-    QList<QNetworkCookie> cookiesForUrl(const QUrl&) const override { return {}; }
-    bool setCookiesFromUrl(const QList<QNetworkCookie>&, const QUrl&) override { return false; }
-};
-
-/// The state of one request between send and completion.
-struct Exchange {
-    std::function<void(HttpResponse)> completion;
-    QByteArray body;
-    QList<QSslError> sslErrors;
-    bool refused = false;
-    bool timedOut = false;
-    bool completed = false;
-};
 
 std::atomic<bool> sessionEnded{false};
 
@@ -75,91 +51,27 @@ public:
     }
 
     /// Starts a request; runs on the session's thread.
-    void start(HttpRequest request, std::function<void(HttpResponse)> completion) {
-        const QString scheme = request.url.scheme().toLower();
-        if (scheme != QLatin1String("http") && scheme != QLatin1String("https")) {
-            HttpResponse response;
-            response.transportError =
-                describeTransportError(QNetworkReply::ProtocolUnknownError, {});
-            completion(std::move(response));
-            return;
-        }
-
-        QNetworkRequest networkRequest(request.url);
-        networkRequest.setAttribute(QNetworkRequest::CookieLoadControlAttribute,
-                                    QNetworkRequest::Manual);
-        networkRequest.setAttribute(QNetworkRequest::CookieSaveControlAttribute,
-                                    QNetworkRequest::Manual);
-        networkRequest.setAttribute(QNetworkRequest::AuthenticationReuseAttribute,
-                                    QNetworkRequest::Manual);
-        networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                                    QNetworkRequest::ManualRedirectPolicy);
-        for (const auto& [name, value] : request.headers) {
-            // A line break inside a value would end the header and start another one.
-            QByteArray safe = value;
-            safe.replace('\r', QByteArray())
-                .replace('\n', QByteArray())
-                .replace('\0', QByteArray());
-            networkRequest.setRawHeader(name, safe);
-        }
-
-        std::chrono::milliseconds timeout = request.timeout;
+    void start(const HttpRequest& request, std::function<void(HttpResponse)> completion) {
+        HttpExchange::Settings settings{request.timeout, {}, MAX_BODY_BYTES};
         {
             std::lock_guard lock(mutex_);
-            if (timeoutCap_ && *timeoutCap_ < timeout) timeout = *timeoutCap_;
-            if (!extraCertificates_.isEmpty()) {
-                QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-                tls.addCaCertificates(extraCertificates_);
-                networkRequest.setSslConfiguration(tls);
-            }
+            if (timeoutCap_ && *timeoutCap_ < settings.timeout) settings.timeout = *timeoutCap_;
+            settings.extraCertificates = extraCertificates_;
         }
-
-        QNetworkAccessManager& network = manager();
-        // A POST without a body still says so ("Content-Length: 0"); servers may refuse one
-        // whose length they cannot tell.
-        QNetworkReply* reply = request.method == "GET"
-                                   ? network.get(networkRequest)
-                                   : network.sendCustomRequest(networkRequest, request.method,
-                                                               request.body.value_or(QByteArray()));
-        inFlight_.insert(reply);
-
-        auto exchange = std::make_shared<Exchange>();
-        exchange->completion = std::move(completion);
-
-        // The time-out counts from the last sign of life, like an idle time-out.
-        auto* timer = new QTimer(reply);
-        timer->setSingleShot(true);
-        timer->setInterval(timeout);
-        QObject::connect(timer, &QTimer::timeout, reply, [exchange, reply] {
-            exchange->timedOut = true;
-            reply->abort();
-        });
-        auto restart = [timer] { timer->start(); };
-        QObject::connect(reply, &QNetworkReply::uploadProgress, timer, restart);
-        QObject::connect(reply, &QNetworkReply::downloadProgress, timer, restart);
-        QObject::connect(
-            reply, &QNetworkReply::sslErrors, reply,
-            [exchange](const QList<QSslError>& errors) { exchange->sslErrors += errors; });
-        QObject::connect(reply, &QNetworkReply::readyRead, reply, [exchange, reply] {
-            if (exchange->refused) return;
-            exchange->body += reply->readAll();
-            if (exchange->body.size() > MAX_BODY_BYTES) {
-                exchange->refused = true;
-                exchange->body = QByteArray();
-                reply->abort();
-            }
-        });
-        QObject::connect(reply, &QNetworkReply::finished, this,
-                         [this, exchange, reply, timer] { finish(*exchange, reply, timer); });
-        timer->start();
+        // The exchange is owned by this worker until it completes and deletes itself.
+        auto* exchange = new HttpExchange(request, settings, this);
+        inFlight_.insert(exchange);
+        exchange->start(
+            [this, exchange, completion = std::move(completion)](HttpResponse response) {
+                inFlight_.remove(exchange);
+                completion(std::move(response));
+            });
     }
 
-    /// Aborts what is in flight and drops the manager with its connections.
-    void dropManager() {
-        const QSet<QNetworkReply*> replies = inFlight_;
-        for (QNetworkReply* reply : replies) reply->abort();
-        delete manager_;
-        manager_ = nullptr;
+    /// Cancels what is in flight, each request completing with a transport error.
+    void cancelAll() {
+        const QSet<HttpExchange*> exchanges = inFlight_;
+        for (HttpExchange* exchange : exchanges) exchange->cancel();
     }
 
     void setExtraCertificates(const QList<QSslCertificate>& certificates) {
@@ -200,58 +112,10 @@ private:
 
     static constexpr QEvent::Type TASKS_EVENT = QEvent::Type(QEvent::User + 1);
 
-    QNetworkAccessManager& manager() {
-        if (!manager_) {
-            manager_ = new QNetworkAccessManager(this);
-            manager_->setCookieJar(new NoCookieJar(manager_));
-            manager_->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
-        }
-        return *manager_;
-    }
-
-    void finish(Exchange& exchange, QNetworkReply* reply, QTimer* timer) {
-        timer->stop();
-        inFlight_.remove(reply);
-        reply->deleteLater();
-        if (exchange.completed) return;
-        exchange.completed = true;
-
-        HttpResponse response;
-        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (status.isValid()) {
-            response.isHttp = true;
-            response.status = status.toInt();
-        }
-        const QNetworkReply::NetworkError error = reply->error();
-        if (exchange.refused) {
-            response.bodyRefused = true;
-        } else if (exchange.timedOut) {
-            response = HttpResponse{};
-            response.transportError = timedOutText();
-        } else if (isTransportError(error) && !(response.isHttp && response.status >= 400)) {
-            // Qt also reports some HTTP answers (400, 407, 418) as protocol or proxy errors;
-            // those are answers of the server, not failures to reach it.
-            response = HttpResponse{};
-            response.transportError = describeTransportError(error, exchange.sslErrors);
-        } else {
-            response.body = std::move(exchange.body);
-            const QByteArray rest = reply->readAll();
-            if (response.body.size() + rest.size() > MAX_BODY_BYTES) {
-                response.body = QByteArray();
-                response.bodyRefused = true;
-            } else {
-                response.body += rest;
-            }
-        }
-        auto completion = std::move(exchange.completion);
-        completion(std::move(response));
-    }
-
     std::mutex tasksMutex_;
     std::deque<std::function<void()>> tasks_;
     bool closed_ = false;
-    QNetworkAccessManager* manager_ = nullptr;
-    QSet<QNetworkReply*> inFlight_;
+    QSet<HttpExchange*> inFlight_;
     std::mutex mutex_;
     QList<QSslCertificate> extraCertificates_;
     std::optional<std::chrono::milliseconds> timeoutCap_;
@@ -284,7 +148,7 @@ void NetworkSession::send(HttpRequest request, std::function<void(HttpResponse)>
     Worker* worker = worker_;
     const bool queued = !sessionEnded.load(std::memory_order_acquire) &&
                         worker->post([worker, request = std::move(request), shared]() mutable {
-                            worker->start(std::move(request), std::move(*shared));
+                            worker->start(request, std::move(*shared));
                         });
     if (!queued) {
         HttpResponse response;
@@ -309,10 +173,10 @@ void NetworkSession::reset() {
     if (sessionEnded.load(std::memory_order_acquire)) return;
     Worker* worker = worker_;
     if (isSessionThread()) {
-        worker->dropManager();
+        worker->cancelAll();
         return;
     }
-    worker->runAndWait([worker] { worker->dropManager(); });
+    worker->runAndWait([worker] { worker->cancelAll(); });
 }
 
 void NetworkSession::shutdown() {
@@ -322,7 +186,7 @@ void NetworkSession::shutdown() {
     // are then cancelled with the rest, so each completion is called once. The worker is never
     // deleted: a send() on another thread may still be about to look at it.
     worker->close();
-    worker->runAndWait([worker] { worker->dropManager(); });
+    worker->runAndWait([worker] { worker->cancelAll(); });
     thread_->quit();
     thread_->wait();
 }

@@ -21,12 +21,13 @@ struct HttpRequest {
     QUrl url;
     std::vector<std::pair<QByteArray, QByteArray>> headers;
     std::optional<QByteArray> body;             // none: no body (a POST then sends an empty one)
-    std::chrono::milliseconds timeout{60'000};  // longest wait for the next byte
+    std::chrono::milliseconds timeout{60'000};  // longest the whole request may take
 };
 
-/// What came back. A transport failure has a readable description and nothing else; otherwise
-/// `isHttp` says whether an HTTP status line arrived, and `body` holds the whole body, unless
-/// it was longer than the session accepts (`bodyRefused`; the body is then empty).
+/// What came back. A transport failure has a readable description and nothing else (an answer
+/// cut short is one); otherwise `isHttp` says whether an HTTP status line arrived, and `body`
+/// holds the whole body, unless it was longer than the session accepts (`bodyRefused`; the body
+/// is then empty).
 struct HttpResponse {
     std::optional<QString> transportError;
     bool isHttp = false;
@@ -35,10 +36,12 @@ struct HttpResponse {
     bool bodyRefused = false;
 };
 
-/// The program's one HTTP session: a single QNetworkAccessManager on a thread of its own, usable
-/// from any thread. It keeps no cookies, sends no credentials of its own, follows no redirects
-/// (a redirected request would carry the account key or the password to another address) and
-/// trusts the system's certificate authorities.
+/// The program's one HTTP session: HTTP/1.1 on a thread of its own, usable from any thread. It
+/// keeps no cookies, sends no credentials of its own, follows no redirects (a redirected request
+/// would carry the account key or the password to another address) and trusts the system's
+/// certificate authorities. Each request has a connection of its own and goes out exactly once,
+/// never again when the connection breaks (a sign-in sent twice signs in twice); its time-out
+/// bounds the whole request, however slowly the answer trickles in.
 ///
 /// `send` returns at once; the completion runs exactly once, on the session's thread.
 class NetworkSession {
@@ -59,9 +62,8 @@ public:
     /// Tests only: no request waits longer than `cap`; none lifts the cap.
     void setTimeoutCap(std::optional<std::chrono::milliseconds> cap);
 
-    /// Aborts every request in flight (each completes with a transport error), destroys the
-    /// network manager and with it every kept-alive connection; the next request makes a new
-    /// one. Blocks until done. Tests call it before stopping a loopback server.
+    /// Aborts every request in flight (each completes with a transport error) and closes its
+    /// connection. Blocks until done. Tests call it before stopping a loopback server.
     void reset();
 
     /// Stops the session's thread; called when the application object goes away. Requests in

@@ -2,6 +2,7 @@
 
 #include <QJsonObject>
 #include <QVariant>
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -28,6 +29,12 @@ std::int64_t integerField(const QJsonValue& value, std::int64_t fallback = 0) {
     if (real >= LIMIT) return std::numeric_limits<std::int64_t>::max();
     if (real <= -LIMIT) return std::numeric_limits<std::int64_t>::min();
     return static_cast<std::int64_t>(real);
+}
+
+/// A byte count: as `integerField`, but never below 0. A negative count means nothing, and
+/// taking it as it stands would carry a negative fraction into every label derived from it.
+std::int64_t byteCountField(const QJsonValue& value) {
+    return std::max<std::int64_t>(0, integerField(value));
 }
 
 QString stringField(const QJsonObject& object, const char* key) {
@@ -68,8 +75,8 @@ std::optional<Account> parseAccount(const QJsonObject& body) {
     Account account;
     account.email = email.toString();
     account.name = stringField(body, "name");
-    account.usedBytes = integerField(body.value(QLatin1String("used_bytes")));
-    account.quotaBytes = integerField(body.value(QLatin1String("quota_bytes")));
+    account.usedBytes = byteCountField(body.value(QLatin1String("used_bytes")));
+    account.quotaBytes = byteCountField(body.value(QLatin1String("quota_bytes")));
     account.unlimited = body.value(QLatin1String("unlimited")) != QJsonValue(false);
     account.planName = stringField(body, "plan_name");
     account.status = stringField(body, "status");

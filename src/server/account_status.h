@@ -20,5 +20,6 @@ void fetchAccount(const QString& server, const QString& key,
 /// "update_available": true and names a non-empty "latest"."version".
 std::optional<ClientUpdate> parseUpdate(const std::optional<QJsonValue>& client);
 
-/// The account described by a status body; none without a string "email".
+/// The account described by a status body; none without a string "email". Byte counts below 0
+/// are taken as 0.
 std::optional<Account> parseAccount(const QJsonObject& body);

@@ -20,16 +20,25 @@ inline constexpr QLatin1String accessGroup{"group.com.norva.vaskel"};
 /// The label keyring managers show for the item.
 inline constexpr QLatin1String label{"Vaskel account key"};
 
-/// The stored key; none when there is no item, the keychain cannot be read or is locked, or
-/// the stored secret is empty or not UTF-8.
+/// The stored key; none when there is no item, the keychain cannot be read or is locked, the
+/// stored secret is empty or not UTF-8, or the item is stale (see `staleItemMarkerPath`). Reading
+/// a stale item deletes it when the keychain lets it.
 std::optional<QString> readKey();
 
 /// Replaces the item with one holding `key` (as UTF-8) under `account`: deletes any item first
 /// (whatever the outcome), then adds the new one. Returns the status of the add; 0 is success.
+/// When neither the delete nor the add got through, the old item is stale from now on.
 OSStatus saveKey(const QString& key, const QString& account);
 
-/// Deletes the item; any failure (there may be no item) is ignored.
+/// Deletes the item. Nothing is reported; an item that the keychain kept (a locked keyring, a
+/// service that is away) is stale from now on.
 void deleteKey();
+
+/// `home()` + "/.vaskel/keychain_stale": present while the keychain may still hold an item that
+/// was replaced or removed when it could not be deleted (a locked keyring, a service that did not
+/// answer). While it exists no item is read, and the next call that manages to delete the item
+/// removes it, so the key the user last stored or removed wins once the keychain is back.
+QString staleItemMarkerPath();
 
 /// A readable message for a status: ours where we know the status, else "OSStatus " followed by
 /// the number in decimal.

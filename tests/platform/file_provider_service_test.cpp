@@ -7,7 +7,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <future>
+#include <limits>
 #include <thread>
 
 #include "platform/file_provider/domain_registry.h"
@@ -157,6 +160,18 @@ TEST_F(FileProviderServiceTest, SignalsReconnectAndEvictionsAreRecordedForTheExt
     }
     EXPECT_EQ(provider.workingSetSignals("d"), 2);
     EXPECT_EQ(provider.lastSignalTime("d"), 2000);
+    // Whatever count the file holds, the next signal counts on without overflowing.
+    const QString signalsPath =
+        file_provider_state::domainStateDirectory(stateDirectory, "d") + "/signals.json";
+    for (const auto& [stored, expected] :
+         {std::pair{std::numeric_limits<qint64>::max(), std::numeric_limits<qint64>::max()},
+          {-7, 1}}) {
+        writeFile(
+            signalsPath,
+            QJsonDocument(QJsonObject{{"workingSet", QJsonObject{{"count", stored}}}}).toJson());
+        EXPECT_FALSE(signal("d"));
+        EXPECT_EQ(provider.workingSetSignals("d"), expected) << stored;
+    }
 
     provider.setDisconnected("d", true);
     EXPECT_FALSE(waitFor([&](ErrorCompletion done) { service.reconnect("d", done); }));

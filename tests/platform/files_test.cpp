@@ -1,12 +1,17 @@
 #include "platform/files.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <chrono>
+#include <thread>
 
 #include "support/test_files.h"
 
@@ -65,6 +70,31 @@ TEST(WriteFileAtomically, ReplacesContentsAndModeOrLeavesEverythingAsItWas) {
     EXPECT_EQ(QDir(root.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
               (QStringList{"state.json", "target"}));
     EXPECT_TRUE(platform::writeFileAtomically(root.path() + "/missing/f", "data", 0600));
+}
+
+TEST(WriteFileAtomically, TemporariesOfKilledWritersDoNotPileUp) {
+    QTemporaryDir root;
+    const QString path = root.path() + "/config.json";
+    for (const char* unrelated : {"/config.json.backup", "/.config.json.swp", "/other.json"})
+        testing_support::writeFile(root.path() + unrelated, "keep");
+    // Writers killed at random points, most of them between creating and renaming their
+    // temporary file: the writes are large and synced, so that window is most of a write.
+    const QByteArray contents(1 << 20, 'k');
+    for (int kill = 0; kill < 20; ++kill) {
+        const pid_t writer = ::fork();
+        ASSERT_GE(writer, 0);
+        if (writer == 0) {
+            for (;;) platform::writeFileAtomically(path, contents, 0600);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5 + kill % 7 * 3));
+        ::kill(writer, SIGKILL);
+        ::waitpid(writer, nullptr, 0);
+    }
+    ASSERT_EQ(platform::writeFileAtomically(path, "{}", 0600), std::nullopt);
+    EXPECT_EQ(platform::readSmallFile(path), "{}");
+    EXPECT_EQ(QDir(root.path())
+                  .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name),
+              (QStringList{".config.json.swp", "config.json", "config.json.backup", "other.json"}));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "support/completion_probe.h"
 #include "support/loopback_fixture.h"
+#include "support/raw_loopback_server.h"
 
 namespace {
 
@@ -123,6 +124,73 @@ TEST_P(NetworkSessionTest, ResetCompletesRequestsInFlight) {
 INSTANTIATE_TEST_SUITE_P(Transports, NetworkSessionTest,
                          ::testing::Values(Transport::http, Transport::https),
                          testing_support::transportName);
+
+TEST(NetworkSessionAnswers, RequestGoesOutOnceAndOnlyWholeAnswersCount) {
+    using testing_support::RawAnswer;
+    using End = RawAnswer::End;
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 40\r\n\r\n";
+    const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    struct Case {
+        const char* name;
+        RawAnswer answer;
+        std::optional<QString> error;  // else an answer: HTTP status (0: not HTTP) and body
+        int status = 0;
+        QByteArray body{};
+    };
+    const QString lost = QStringLiteral("The network connection was lost.");
+    const Case cases[] = {
+        {"closed before answering", {{}, 0ms, End::close}, lost},
+        {"reset before answering", {{}, 0ms, End::reset}, lost},
+        {"not HTTP", {{"SSH-2.0-OpenSSH_9.2\r\n"}, 0ms, End::hold}, std::nullopt, 0},
+        {"reset in the head", {{"HTTP/1.1 200 OK\r\nContent-"}, 0ms, End::reset}, lost},
+        {"reset in the body", {{head + R"({"api_key":"k")"}, 0ms, End::reset}, lost},
+        {"closed in the body", {{head + R"({"api_key":"k")"}, 0ms, End::close}, lost},
+        {"closed between chunks", {{chunked + "5\r\nhello\r\n"}, 0ms, End::close}, lost},
+        {"whole chunked body",
+         {{chunked + "5\r\nhello\r\n1;x=y\r\n!\r\n0\r\n\r\n"}, 0ms, End::hold},
+         std::nullopt,
+         200,
+         "hello!"},
+        {"body up to the end",
+         {{"HTTP/1.0 201 Created\r\n\r\n", "done"}, 20ms, End::close},
+         std::nullopt,
+         201,
+         "done"},
+        {"interim answer first",
+         {{"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 204 No Content\r\n\r\n"}, 0ms, End::hold},
+         std::nullopt,
+         204},
+        {"lengths that disagree",
+         {{"HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Length: 3\r\n\r\nabc"}, 0ms, End::hold},
+         "The server's answer could not be read."},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        testing_support::RawLoopbackServer server(c.answer);
+        HttpRequest request = get(server.origin() + "/vaskel/api/auth/login");
+        request.method = "POST";
+        request.body = "{\"password\":\"p\"}";
+        const HttpResponse response = fetch(std::move(request));
+        EXPECT_EQ(response.transportError, c.error);
+        if (!c.error) {
+            EXPECT_EQ(response.isHttp, c.status != 0);
+            EXPECT_EQ(response.status, c.status);
+            EXPECT_EQ(response.body, c.body);
+        }
+        EXPECT_EQ(server.requests().size(), 1u) << "the request went out more than once";
+    }
+}
+
+TEST(NetworkSessionAnswers, TimeOutBoundsTheWholeRequestHoweverSlowTheAnswer) {
+    // A byte every 50 ms never leaves the connection idle for long, but takes 2 s in all.
+    std::vector<std::string> pieces{"HTTP/1.1 200 OK\r\nContent-Length: 40\r\n\r\n"};
+    for (int i = 0; i < 40; ++i) pieces.emplace_back("x");
+    testing_support::RawLoopbackServer server(
+        {pieces, 50ms, testing_support::RawAnswer::End::hold});
+    HttpRequest request = get(server.origin() + "/vaskel/api/me");
+    request.timeout = 500ms;
+    EXPECT_EQ(fetch(std::move(request)).transportError, QStringLiteral("The request timed out."));
+}
 
 // Sends one request, shuts the session down mid-flight, sends another, and exits 0 when each
 // completed once with the right text.

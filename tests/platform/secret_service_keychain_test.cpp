@@ -12,6 +12,7 @@
 #include "shared/keychain_store.h"
 #include "support/fake_platform.h"
 #include "support/secret_service_session.h"
+#include "support/test_files.h"
 
 namespace {
 
@@ -132,10 +133,18 @@ TEST_F(SecretServiceMissing, EveryCallFailsAtOnce) {
 
 class SecretServiceSilent : public RealKeychainTest<Environment::absent> {};
 
-TEST_F(SecretServiceSilent, ServiceThatNeverAnswersIsGivenUpOn) {
+TEST_F(SecretServiceSilent, ServiceThatNeverAnswersIsGivenUpOnAndNotWaitedForAgain) {
     session::SilentSecretService silent;
     ASSERT_TRUE(silent.owned());
     EXPECT_EQ(keychain.copyMatching(base).status, status::NOT_AVAILABLE);
+
+    // What the agent does at start-up: three more keychain calls, and the key from the file.
+    testing_support::writeFile(Shared::configPath(), R"({"api_key":"file-key"})");
+    QElapsedTimer timer;
+    timer.start();
+    Shared::migrateKeyToKeychain();
+    EXPECT_EQ(Shared::storedKey(), "file-key");
+    EXPECT_LT(timer.elapsed(), 2500) << "waited again for a service already found silent";
 }
 
 }  // namespace

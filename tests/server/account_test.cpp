@@ -92,6 +92,18 @@ TEST(Account, ReadsFieldsOfAnyShape) {
         "unlimited":"no","plan_name":["Pro"],"status":null,"client":[]})"),
               odd);
     EXPECT_EQ(parse(R"({"email":"e","used_bytes":9007199254740993})")->usedBytes, 9007199254740993);
+    // Negative counts enter as 0, so no label derived from them can overflow.
+    for (const char* text :
+         {R"({"email":"e","used_bytes":-9223372036854775808,"quota_bytes":5,
+        "unlimited":false})",
+          R"({"email":"e","used_bytes":-1e300,"quota_bytes":-5,"unlimited":false})"}) {
+        const std::optional<Account> negative = parse(text);
+        ASSERT_TRUE(negative) << text;
+        EXPECT_EQ(negative->usedBytes, 0) << text;
+        EXPECT_GE(negative->quotaBytes, 0) << text;
+        EXPECT_FALSE(negative->glanceLabel().contains('-'))
+            << negative->glanceLabel().toStdString();
+    }
     EXPECT_EQ(parse(R"({"email":42,"name":"Ada"})"), std::nullopt);
 }
 

@@ -9,9 +9,11 @@
 #include "support/completion_probe.h"
 #include "support/fake_platform.h"
 #include "support/loopback_fixture.h"
+#include "support/raw_loopback_server.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using testing_support::CompletionProbe;
 using LoginResult = Result<DeviceLogin, AuthError>;
 
@@ -112,6 +114,32 @@ TEST(SignIn, BadAddressesFailAtOnceAndRefusedConnectionsAreUnreachable) {
         QStringLiteral("http://127.0.0.1:%1").arg(testing_support::closedLoopbackPort()), "e", "p",
         "d", login.callback());
     EXPECT_EQ(login.wait(), AuthError::unreachable("The server refused the connection."));
+}
+
+TEST(SignIn, SignInAndSignOutGoOutOnceAndCutAnswersAreUnreachable) {
+    using testing_support::RawAnswer;
+    const AuthError lost = AuthError::unreachable("The network connection was lost.");
+    const std::tuple<const char*, RawAnswer, LoginResult, bool> cases[] = {
+        {"closed before answering", {}, lost, false},
+        {"not HTTP", {{"220 mail.example.com ESMTP\r\n"}}, AuthError::malformed(0), false},
+        {"reset in a 200",
+         {{"HTTP/1.1 200 OK\r\nContent-Length: 90\r\n\r\n{\"api_key\":\"k\","},
+          0ms,
+          RawAnswer::End::reset},
+         lost,
+         false},
+    };
+    for (const auto& [name, answer, login, logout] : cases) {
+        SCOPED_TRACE(name);
+        testing_support::RawLoopbackServer server(answer);
+        CompletionProbe<LoginResult> signIn;
+        loginWithPassword(server.origin(), "e", "password", "d", signIn.callback());
+        EXPECT_EQ(signIn.wait(), login);
+        CompletionProbe<bool> signOut;
+        logoutDevice(server.origin(), "k", signOut.callback());
+        EXPECT_EQ(signOut.wait(), logout);
+        EXPECT_EQ(server.requests().size(), 2u) << "one sign-in and one sign-out, each sent once";
+    }
 }
 
 TEST(SignIn, ErrorTexts) {

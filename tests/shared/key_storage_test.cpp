@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <functional>
 
 #include "shared/config.h"
 #include "shared/keychain_store.h"
@@ -54,6 +55,38 @@ TEST_F(KeyStorageTest, StoredKeyPrefersTheKeychainThenANonEmptyFileString) {
     EXPECT_EQ(Shared::storedKey(), "from-file");
     reset(R"({"api_key":""})");
     EXPECT_EQ(Shared::storedKey(), std::nullopt) << "signed out";
+}
+
+TEST_F(KeyStorageTest, KeyStoredOrRemovedWhileTheKeychainIsLockedWinsAfterUnlocking) {
+    const struct {
+        const char* name;
+        std::function<void()> change;  // what the user does while the keyring is locked
+        std::optional<QString> expected;
+    } cases[] = {
+        {"sign-in", [] { Shared::storeKey(SECRET, ME); }, SECRET},
+        {"sign-out",
+         [] {
+             KeychainStore::deleteKey();
+             Shared::setConfig("api_key", "");
+         },
+         std::nullopt},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        reset(R"({"server":"https://x"})");
+        Shared::storeKey("given-up-key", ME);
+        keychain.refuseAll(LOCKED);
+        c.change();
+        EXPECT_EQ(Shared::storedKey(), c.expected) << "locked";
+
+        keychain.refuseCopy(std::nullopt);
+        keychain.refuseAdd(std::nullopt);
+        keychain.refuseDelete(std::nullopt);
+        EXPECT_EQ(Shared::storedKey(), c.expected) << "unlocked";
+        Shared::migrateKeyToKeychain();  // the next start
+        EXPECT_EQ(Shared::storedKey(), c.expected) << "next start";
+        for (const auto& item : keychain.items()) EXPECT_NE(item.secret, "given-up-key");
+    }
 }
 
 TEST_F(KeyStorageTest, StoreKeyKeepsAFileCopyOnlyWhereTheKeychainCannotServe) {

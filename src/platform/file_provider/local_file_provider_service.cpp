@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -247,10 +248,14 @@ void LocalFileProviderService::signalWorkingSet(const QString& domainIdentifier,
         const QString path = domainStateDirectory(stateDirectory_, domainIdentifier) +
                              QStringLiteral("/signals.json");
         QJsonObject signals = readStateObject(path);
-        const qint64 count =
-            signals.value(key("workingSet")).toObject().value(key("count")).toInteger();
+        // The file is shared with the extension and may hold anything: a count read from it is
+        // taken as at least 0 and at most one below the largest, so that counting on never
+        // overflows.
+        const qint64 previous = std::clamp<qint64>(
+            signals.value(key("workingSet")).toObject().value(key("count")).toInteger(), 0,
+            std::numeric_limits<qint64>::max() - 1);
         signals[key("workingSet")] =
-            QJsonObject{{key("count"), count + 1}, {key("signalledAt"), now}};
+            QJsonObject{{key("count"), previous + 1}, {key("signalledAt"), now}};
         completion(writeStateObject(path, signals));
     });
 }
