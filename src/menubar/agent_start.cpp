@@ -30,7 +30,10 @@ QString configuredServer() {
 }  // namespace
 
 MenuBarController::MenuBarController() = default;
-MenuBarController::~MenuBarController() = default;
+
+MenuBarController::~MenuBarController() {
+    if (keychainStart_.joinable()) keychainStart_.join();
+}
 
 bool MenuBarController::configured() const {
     const auto server = Shared::configString(Shared::readConfig(), QStringLiteral("server"));
@@ -41,7 +44,6 @@ bool MenuBarController::configured() const {
 
 void MenuBarController::start() {
     mlog.info(QStringLiteral("Vaskel %1 starting").arg(QLatin1String(BUILD_STAMP)));
-    Shared::migrateKeyToKeychain();
 
     statusItem_ = platform::current<platform::StatusBar>().makeStatusItem();
     if (statusItem_->hasButton()) {
@@ -61,7 +63,19 @@ void MenuBarController::start() {
     connect(menu_.get(), &QMenu::aboutToShow, this, [this] { menuNeedsUpdate(menu_.get()); });
     statusItem_->setMenu(menu_.get());
 
-    if (configured()) {
+    // A keychain that does not answer keeps its first caller waiting for the whole time-out
+    // (later calls learn from that and fail at once). The first keychain work of the process
+    // therefore runs off the main thread, so that the item shows and answers its panel at once.
+    const platform::MainThreadTarget mainThread = mainThread_;
+    keychainStart_ = std::thread([this, mainThread] {
+        Shared::migrateKeyToKeychain();
+        const bool isConfigured = configured();  // reads the disk and the keychain, no state
+        mainThread.post([this, isConfigured] { finishStart(isConfigured); });
+    });
+}
+
+void MenuBarController::finishStart(bool isConfigured) {
+    if (isConfigured) {
         mlog.info(QStringLiteral("config present; checking whether it actually works"));
         ensureConnected();
     } else {

@@ -4,6 +4,7 @@
 #include <QString>
 #include <memory>
 #include <optional>
+#include <thread>
 
 #include "platform/file_provider/file_provider.h"
 #include "platform/main_thread.h"
@@ -37,9 +38,11 @@ public:
 
     // Start-up and connection.
 
-    /// Creates the status item and its menu, decides whether this computer is set up (checking
-    /// the stored key against the server when the domain is missing), and starts the 60-second
-    /// refresh and the 1-second tick. Called once.
+    /// Creates the status item and its menu, moves a key kept in the configuration file into
+    /// the keychain, decides whether this computer is set up (checking the stored key against
+    /// the server when the domain is missing), and starts the 60-second refresh and the
+    /// 1-second tick. Called once. The keychain work runs off the main thread; the rest follows
+    /// on the main thread when it is done (`refreshTimer()` is set from then on).
     void start();
     /// A non-empty "server" in the configuration and a stored account key; reads the disk on
     /// every use.
@@ -127,6 +130,8 @@ public:
     double trayGrace = 10;
 
 private:
+    /// Start-up once the keychain has been asked whether this computer is set up.
+    void finishStart(bool isConfigured);
     void ensureConnected();
     void showRegistrationAlert(const platform::FileProviderError& error);
     void applyAccount(const Account& account);
@@ -145,5 +150,6 @@ private:
     std::optional<double> lastRefresh_;
     std::optional<Account> account_;
     std::optional<double> accountFetchedAt_;
+    std::thread keychainStart_;
     platform::MainThreadTarget mainThread_{this};
 };

@@ -66,6 +66,7 @@ protected:
     }
     MenuBarController& started() {
         controller->start();
+        EXPECT_TRUE(waitUntil([&] { return controller->refreshTimer() != nullptr; }));
         return *controller;
     }
     // Waits for what start-up set going: with a domain, two account requests and a signal.
