@@ -123,7 +123,8 @@ TEST(SessionBusTray, SendsOneSignalPerChangeAndNothingForAnIdleTick) {
     auto item = makeItem();
     item->setMenu(&menu.menu);
     ASSERT_TRUE(panel.waitForRegistrations(1));
-    ASSERT_TRUE(panel.menuLayout());  // the panel has seen the menu
+    ASSERT_TRUE(panel.menuLayout());  // the panel has seen the menu, filled on the way
+    ASSERT_TRUE(panel.waitForSignal("LayoutUpdated"));
 
     auto tick = [&](const QString& symbol, const QString& title, const QString& toolTip) {
         item->setSymbol(symbol, "Vaskel");
@@ -184,6 +185,7 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     EXPECT_NE(entryLabelled(*layout, "Quit Vaskel"), nullptr);
 
     // Opening rebuilds the menu and announces a new layout.
+    ASSERT_TRUE(panel.waitForSignal("LayoutUpdated"));  // the one of the first filling
     panel.clearSignals();
     const QDBusMessage answer = panel.callMenu("AboutToShow", {0});
     ASSERT_EQ(answer.type(), QDBusMessage::ReplyMessage) << answer.errorMessage().toStdString();
