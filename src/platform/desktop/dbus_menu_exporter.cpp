@@ -307,8 +307,8 @@ uint DBusMenuExporter::GetLayout(int parentId, int recursionDepth, const QString
     return revision_;
 }
 
-DBusMenuItemList DBusMenuExporter::GetGroupProperties(const QList<int>& ids,
-                                                      const QStringList& propertyNames) {
+QList<DBusMenuItem> DBusMenuExporter::GetGroupProperties(const QList<int>& ids,
+                                                         const QStringList& propertyNames) {
     DBusMenuItemList items;
     const QList<int> wanted = ids.isEmpty() ? published_.keys() : ids;
     for (int id : wanted)
@@ -346,7 +346,7 @@ void DBusMenuExporter::Event(int id, const QString& eventId, const QDBusVariant&
     if (!handleEvent(id, eventId)) failCall(QStringLiteral("no menu item with id %1").arg(id));
 }
 
-QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList& events) {
+QList<int> DBusMenuExporter::EventGroup(const QList<DBusMenuEvent>& events) {
     QList<int> idErrors;
     for (const DBusMenuEvent& event : events)
         if (!handleEvent(event.id, event.eventId)) idErrors.append(event.id);

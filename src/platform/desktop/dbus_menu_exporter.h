@@ -46,20 +46,22 @@ public:
     QString status() const { return QStringLiteral("normal"); }
     QStringList iconThemePath() const;
 
+    // Qt DBus finds the types of parameters by name: the slots and signals spell them out instead
+    // of using the list aliases.
 public Q_SLOTS:
     uint GetLayout(int parentId, int recursionDepth, const QStringList& propertyNames,
                    platform::DBusMenuLayoutItem& layout);
-    platform::DBusMenuItemList GetGroupProperties(const QList<int>& ids,
-                                                  const QStringList& propertyNames);
+    QList<platform::DBusMenuItem> GetGroupProperties(const QList<int>& ids,
+                                                     const QStringList& propertyNames);
     QDBusVariant GetProperty(int id, const QString& name);
     void Event(int id, const QString& eventId, const QDBusVariant& data, uint timestamp);
-    QList<int> EventGroup(const platform::DBusMenuEventList& events);
+    QList<int> EventGroup(const QList<platform::DBusMenuEvent>& events);
     bool AboutToShow(int id);
     QList<int> AboutToShowGroup(const QList<int>& ids, QList<int>& idErrors);
 
 Q_SIGNALS:
-    void ItemsPropertiesUpdated(const platform::DBusMenuItemList& updatedProps,
-                                const platform::DBusMenuItemKeysList& removedProps);
+    void ItemsPropertiesUpdated(const QList<platform::DBusMenuItem>& updatedProps,
+                                const QList<platform::DBusMenuItemKeys>& removedProps);
     void LayoutUpdated(uint revision, int parent);
     void ItemActivationRequested(int id, uint timestamp);
 

@@ -17,8 +17,8 @@ namespace {
 
 const QString WATCHER_SERVICE = QStringLiteral("org.kde.StatusNotifierWatcher");
 
-// How often to look for an XEmbed tray while no tray shows the item. StatusNotifierItem hosts
-// announce themselves on the bus and need no looking for.
+// How often to look for an XEmbed tray while no tray shows the item, on X11 only.
+// StatusNotifierItem hosts announce themselves on the bus and need no looking for.
 constexpr int TRAY_POLL_MS = 5000;
 
 // The item in whichever tray the desktop has: a StatusNotifierItem host when one runs, else an
@@ -102,7 +102,7 @@ private:
     void lookForXEmbedTray() {
         if (XEmbedTrayIcon::trayAvailable())
             showIn(std::make_unique<XEmbedTrayIcon>(state_));
-        else
+        else if (XEmbedTrayIcon::trayPossible())
             trayPoll_.start();
     }
 
@@ -111,7 +111,7 @@ private:
         backend_ = std::move(backend);
         if (!backend_->showing()) {
             backend_.reset();
-            trayPoll_.start();
+            if (XEmbedTrayIcon::trayPossible()) trayPoll_.start();
         } else if (dynamic_cast<XEmbedTrayIcon*>(backend_.get())) {
             mlog.info(QStringLiteral("status item shown in the system tray"));
         }

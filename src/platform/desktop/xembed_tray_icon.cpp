@@ -3,6 +3,7 @@
 #include <QCursor>
 #include <QFont>
 #include <QFontMetricsF>
+#include <QGuiApplication>
 #include <QPainter>
 #include <QPixmap>
 
@@ -47,7 +48,11 @@ XEmbedTrayIcon::XEmbedTrayIcon(const StatusItemState& state) : state_(state) {
 }
 
 bool XEmbedTrayIcon::trayAvailable() {
-    return QSystemTrayIcon::isSystemTrayAvailable();
+    return trayPossible() && QSystemTrayIcon::isSystemTrayAvailable();
+}
+
+bool XEmbedTrayIcon::trayPossible() {
+    return QGuiApplication::platformName() == QLatin1String("xcb");
 }
 
 void XEmbedTrayIcon::iconChanged() {

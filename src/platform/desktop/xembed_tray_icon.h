@@ -19,6 +19,8 @@ public:
 
     /// Whether there is an XEmbed tray to show an icon in.
     static bool trayAvailable();
+    /// Whether one can appear at all: only on X11 (not on Wayland or the offscreen platform).
+    static bool trayPossible();
 
     bool showing() const override { return icon_.isVisible(); }
     void iconChanged() override;

@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <QAction>
+#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QFileInfo>
 #include <QMenu>
 
+#include "platform/desktop/dbus_menu_types.h"
 #include "platform/desktop/menu_attention.h"
 #include "support/event_loop_wait.h"
 #include "support/fake_panel.h"
@@ -206,6 +208,23 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     const QVariantList unknown{9999, "clicked", QVariant::fromValue(QDBusVariant(0)), 0u};
     EXPECT_EQ(panel.callMenu("Event", unknown).type(), QDBusMessage::ErrorMessage);
 
+    // Changes to the shown menu go out as property updates, not as a new layout.
+    panel.clearSignals();
+    menu.limits->actions().at(0)->setChecked(false);
+    ASSERT_TRUE(panel.waitForSignal("ItemsPropertiesUpdated"));
+    layout = panel.menuLayout();
+    ASSERT_TRUE(layout);
+    EXPECT_EQ(entryLabelled(*layout, "Download Limit")->children[0].properties["toggle-state"], 0);
+    EXPECT_FALSE(panel.signalNames().contains("LayoutUpdated"));
+
+    // A group of clicks triggers the known items and names the unknown ones.
+    const QList<platform::DBusMenuEvent> group{{refresh->id, "clicked", QDBusVariant(0), 0},
+                                               {9999, "clicked", QDBusVariant(0), 0}};
+    const QDBusMessage groupAnswer = panel.callMenu("EventGroup", {QVariant::fromValue(group)});
+    ASSERT_EQ(groupAnswer.type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(qdbus_cast<QList<int>>(groupAnswer.arguments().value(0)), QList<int>{9999});
+    EXPECT_TRUE(runEventsUntil([&] { return menu.refreshes == 2; }));
+
     // A panel that opens without AboutToShow gets a fresh menu too, but only once per opening.
     auto event = [&](const char* id) {
         return panel.callMenu("Event", {0, id, QVariant::fromValue(QDBusVariant(0)), 0u});
@@ -217,7 +236,7 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     event("opened");
     EXPECT_EQ(menu.rebuilds, before + 1);
     event("closed");
-    EXPECT_EQ(menu.refreshes, 1);
+    EXPECT_EQ(menu.refreshes, 2);
 }
 
 TEST(SessionBusTray, RetriesWhenRefusedAndRegistersWithEveryNewWatcher) {
