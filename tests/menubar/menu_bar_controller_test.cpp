@@ -4,7 +4,6 @@
 
 #include <QAction>
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QMenu>
@@ -18,6 +17,7 @@
 #include "shared/key_storage.h"
 #include "shared/keychain_store.h"
 #include "support/command_fixture.h"
+#include "support/event_loop_wait.h"
 #include "support/fake_desktop.h"
 #include "support/loopback_server.h"
 #include "support/qt_printing.h"
@@ -30,12 +30,7 @@ namespace {
 const char* const ME = "/vaskel/api/me";
 
 bool waitUntil(const std::function<bool()>& done, int milliseconds = 5000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done() && timer.elapsed() < milliseconds) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return done();
+    return runEventsUntil(done, milliseconds);
 }
 
 std::string accountBody(qint64 used, qint64 quota, const std::string& extra = {}) {

@@ -19,8 +19,3 @@ inline void PrintTo(const QStringList& texts, std::ostream* out) {
 inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
     *out << '"' << bytes.left(200).toStdString() << (bytes.size() > 200 ? "...\"" : "\"");
 }
-inline void PrintTo(const QStringList& lines, std::ostream* out) {
-    *out << '{';
-    for (const QString& line : lines) *out << " \"" << line.toStdString() << '"';
-    *out << " }";
-}
