@@ -23,6 +23,17 @@ using setup_style::FontRole;
 
 namespace {
 
+// Spacing between the window's sections, between the form's rows, and between the rows of the
+// account summary and of the enable step.
+constexpr int SECTION_SPACING = 16;
+constexpr int FORM_SPACING = 10;
+constexpr int SUMMARY_SPACING = 12;
+
+// When a state holds more than the fixed window has room for (the advanced row, the account-page
+// link and a two-line error all at once), the spacings shrink by these factors, in turn, until
+// everything fits at its natural height.
+constexpr double SPACING_FACTORS[] = {1.0, 0.6, 0.35, 0.15, 0.0};
+
 // The placeholder of the e-mail field.
 const QString EXAMPLE_EMAIL = QStringLiteral("name@example.com");
 
@@ -91,8 +102,9 @@ void setText(QLineEdit* field, const QString& text) {
 SetupViewWidget::SetupViewWidget(SetupView* view, QWidget* parent) : QWidget(parent), view_(view) {
     view_->setParent(this);
     auto* layout = new QVBoxLayout(this);
+    rootLayout_ = layout;
     layout->setContentsMargins(22, 22, 22, 22);
-    layout->setSpacing(16);
+    layout->setSpacing(SECTION_SPACING);
     layout->addLayout(buildHeader());
     layout->addWidget(buildSignInForm());
     layout->addWidget(buildEnableStep());
@@ -124,7 +136,7 @@ QLayout* SetupViewWidget::buildHeader() {
 
 QWidget* SetupViewWidget::buildSignInForm() {
     signInForm_ = new QWidget(this);
-    auto* form = column(signInForm_, 10);
+    auto* form = column(signInForm_, FORM_SPACING);
 
     emailCaption_ = label(QStringLiteral("Email"), signInForm_);
     emailField_ = new QLineEdit(signInForm_);
@@ -189,7 +201,7 @@ QWidget* SetupViewWidget::buildSignInForm() {
 
 QWidget* SetupViewWidget::buildSignedIn() {
     signedIn_ = new QWidget(this);
-    auto* summary = column(signedIn_, 12);
+    auto* summary = column(signedIn_, SUMMARY_SPACING);
 
     auto* identity = row(8);
     personSymbol_ = new SymbolLabel(QStringLiteral("person.crop.circle.fill"),
@@ -238,7 +250,7 @@ QWidget* SetupViewWidget::buildSignedIn() {
 
 QWidget* SetupViewWidget::buildEnableStep() {
     enableStep_ = new QWidget(this);
-    auto* step = column(enableStep_, 12);
+    auto* step = column(enableStep_, SUMMARY_SPACING);
 
     auto* title = row(6);
     folderSymbol_ = new SymbolLabel(QStringLiteral("folder.badge.questionmark"),
@@ -381,6 +393,20 @@ void SetupViewWidget::redraw() {
     errorLine_->setVisible(view_->error().has_value());
     errorLabel_->setText(view_->error().value_or(QString()));
     redrawFooter();
+    fitSpacing();
+}
+
+void SetupViewWidget::fitSpacing() {
+    const auto scaled = [](int spacing, double factor) {
+        return int(std::lround(spacing * factor));
+    };
+    for (const double factor : SPACING_FACTORS) {
+        rootLayout_->setSpacing(scaled(SECTION_SPACING, factor));
+        signInForm_->layout()->setSpacing(scaled(FORM_SPACING, factor));
+        signedIn_->layout()->setSpacing(scaled(SUMMARY_SPACING, factor));
+        enableStep_->layout()->setSpacing(scaled(SUMMARY_SPACING, factor));
+        if (rootLayout_->totalSizeHint().height() <= maximumHeight()) return;
+    }
 }
 
 void SetupViewWidget::redrawSignInForm() {

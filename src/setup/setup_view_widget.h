@@ -4,6 +4,7 @@
 #include <QWidget>
 #include <optional>
 
+class QBoxLayout;
 class QLabel;
 class QLineEdit;
 class QProgressBar;
@@ -47,11 +48,13 @@ private:
     void redrawSignedIn();
     void redrawEnableStep();
     void redrawFooter();
+    void fitSpacing();
     QPushButton* defaultButton() const;
     static void open(const std::optional<QUrl>& url);
 
     SetupView* view_;
     bool appeared_ = false;
+    QBoxLayout* rootLayout_;
 
     // Header.
     SymbolLabel* cloudSymbol_;

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QKeyEvent>
+#include <QLayout>
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -163,6 +164,25 @@ TEST_F(SetupViewWidgetTest, AdvancedRevealsTheServerAndLinksFollowWhatIsTyped) {
     click("Hide advanced");
     EXPECT_FALSE(server->isVisible());
     EXPECT_TRUE(shows(widget, "Advanced"));
+}
+
+TEST_F(SetupViewWidgetTest, ACrowdedFormStillFitsTheFixedWindowWithoutSquashingFields) {
+    widget.setFixedSize(460, 320);
+    view->setShowAdvanced(true);
+    view->setPortalHint(QUrl("https://pay.example"));
+    view->setError(
+        "This account has no active plan yet. Choose a plan on the Vaskel website, then "
+        "sign in again.");
+    view->setBusy(true);
+    widget.layout()->activate();
+    for (QLineEdit* edit : widget.findChildren<QLineEdit*>()) {
+        EXPECT_GE(edit->height(), edit->sizeHint().height())
+            << edit->accessibleName().toStdString();
+    }
+    const QWidget* footerButton = visibleButton(SIGN_IN);
+    EXPECT_LE(label(widget, *view->error())->mapTo(&widget, QPoint(0, 0)).y() +
+                  label(widget, *view->error())->height(),
+              footerButton->mapTo(&widget, QPoint(0, 0)).y());
 }
 
 TEST_F(SetupViewWidgetTest, TheSummaryShowsTheAccountAsTheServerDescribesIt) {
