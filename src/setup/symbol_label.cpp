@@ -35,7 +35,11 @@ void SymbolLabel::paintEvent(QPaintEvent*) {
         cached_.emplace(ink.rgba(), platform::symbolIcon(symbol_, ink));
     }
     if (!cached_->second) return;
+    // Rendered at the screen's pixel density and drawn one to one, so that scaled displays get
+    // sharp edges instead of an enlarged small image.
+    const QPixmap pixmap = cached_->second->pixmap(size(), devicePixelRatioF());
     QPainter painter(this);
-    painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    cached_->second->paint(&painter, rect(), Qt::AlignCenter);
+    const QSizeF drawn = pixmap.deviceIndependentSize();
+    painter.drawPixmap(QPointF((width() - drawn.width()) / 2, (height() - drawn.height()) / 2),
+                       pixmap);
 }
