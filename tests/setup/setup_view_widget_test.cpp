@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QAccessible>
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLayout>
@@ -302,6 +303,11 @@ TEST_F(SetupViewWidgetTest, KeyboardReachesTheControlsInReadingOrderAndSymbolsHa
                                   "Hide advanced", "Server", "Open your account page", "Sign In",
                                   "Email"}));
 
+    QAccessibleInterface* link =
+        QAccessible::queryAccessibleInterface(button(widget, "Hide advanced"));
+    ASSERT_NE(link, nullptr);
+    EXPECT_EQ(link->role(), QAccessible::Button) << "links read as buttons";
+    EXPECT_EQ(link->text(QAccessible::Name), "Hide advanced");
     for (SymbolLabel* symbol : widget.findChildren<SymbolLabel*>()) {
         EXPECT_FALSE(symbol->accessibleName().isEmpty()) << symbol->symbol().toStdString();
     }
