@@ -4,7 +4,6 @@
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QJsonObject>
 
 #include "platform/desktop/presentation.h"
 #include "platform/network_session.h"
@@ -20,20 +19,22 @@
 
 using namespace std::chrono_literals;
 using setup_testing::waitUntil;
-using testing_support::readFile;
 using testing_support::ScriptedReply;
 using testing_support::writeFile;
 
 namespace {
 
-const QString TYPED_EMAIL = QStringLiteral("  ada@example.com");
+const QString TYPED = QStringLiteral("  ada@example.com");
 const QString PASSWORD = QStringLiteral("correct horse");
-// The account answer names the address differently from what was typed: that one is stored.
-const std::string ACCOUNT_BODY =
-    R"({"email":"Ada@Example.com","name":"Ada Lovelace","used_bytes":1200000000,)"
-    R"("quota_bytes":5000000000,"unlimited":false,"plan_name":"Pro","status":"active"})";
-const std::string LOGIN_BODY =
-    R"({"api_key":"key-1","user":{"email":"ada@example.com","name":"Ada Lovelace"}})";
+// The account answer spells the address differently from what was typed: that one is stored.
+const std::string ACCOUNT =
+    R"({"email":"Ada@Example.com","used_bytes":12,"quota_bytes":50,"unlimited":false})";
+const std::string LOGIN = R"({"api_key":"key-1","user":{"email":"ada@example.com"}})";
+const QString NO_PLAN =
+    "This account has no active plan yet. Choose a plan on the Vaskel "
+    "website, then sign in again.";
+const QString NOT_UNDERSTOOD = "The server responded, but not in a way this app understands.";
+const QString KEY_REFUSED = "The server did not accept that key. Check it was copied in full.";
 
 class SetupFlowsTest : public testing_support::LoopbackTest {
 protected:
@@ -44,229 +45,157 @@ protected:
     int connected = 0;
     int signedOut = 0;
     bool checkingWhenConnected = false;
-    std::unique_ptr<SetupView> view;
+    std::unique_ptr<SetupView> view = makeView();
 
-    void SetUp() override {
-        LoopbackTest::SetUp();
-        view = std::make_unique<SetupView>(
+    std::unique_ptr<SetupView> makeView() {
+        return std::make_unique<SetupView>(
             [this] {
                 ++connected;
                 checkingWhenConnected = view->checking();
             },
             [this] { ++signedOut; }, nullptr, nullptr);
     }
-
     void TearDown() override {
         view.reset();
         LoopbackTest::TearDown();
-        for (const QString& line : platform.log.messages()) {
+        for (const QString& line : platform.log.messages())
             EXPECT_FALSE(line.contains(PASSWORD) || line.contains("key-1")) << line.toStdString();
-        }
     }
-
-    void script(ScriptedReply login, ScriptedReply me) {
+    void signIn(ScriptedReply login, ScriptedReply me = {.body = ACCOUNT}) {
         server->script("POST", "/vaskel/api/auth/login", std::move(login));
         server->script("GET", "/vaskel/api/me", std::move(me));
-    }
-    void fillForm() {
         view->setServer(server->origin() + "/");
-        view->setEmail(TYPED_EMAIL);
+        view->setEmail(TYPED);
         view->setPassword(PASSWORD);
-    }
-    void signInAndWait() {
         view->signIn();
         ASSERT_TRUE(waitUntil([this] { return !view->busy(); }));
     }
-    QByteArray configFile() { return readFile(Shared::configPath()); }
-    QJsonObject lastLoginBody() {
-        for (const auto& request : server->requests()) {
-            if (request.path == "/vaskel/api/auth/login") {
+    QJsonObject loginBody() {
+        for (const auto& request : server->requests())
+            if (request.path == "/vaskel/api/auth/login")
                 return QJsonDocument::fromJson(QByteArray::fromStdString(request.body)).object();
-            }
-        }
         return {};
     }
+    static QByteArray configFile() { return testing_support::readFile(Shared::configPath()); }
 };
 
 TEST(SetupView, CanSignInNeedsAnAtAPasswordAndNoRunningRequest) {
-    const struct {
-        QString email;
-        QString password;
-        bool busy;
-        bool expected;
-    } cases[] = {
-        {"ada@example.com", "pw", false, true},  {"@", " ", false, true},
-        {"ada.example.com", "pw", false, false}, {"ada@example.com", "", false, false},
-        {"ada@example.com", "pw", true, false},  {"", "", false, false},
-    };
-    for (const auto& row : cases) {
+    const std::tuple<QString, QString, bool, bool> cases[] = {
+        {"ada@example.com", "pw", false, true},
+        {"@", " ", false, true},
+        {"ada.example.com", "pw", false, false},
+        {"a@b", "", false, false},
+        {"a@b", "pw", true, false}};
+    for (const auto& [email, password, busy, expected] : cases) {
         SetupView view(nullptr, nullptr, nullptr, nullptr);
-        view.setEmail(row.email);
-        view.setPassword(row.password);
-        view.setBusy(row.busy);
-        EXPECT_EQ(view.canSignIn(), row.expected)
-            << row.email.toStdString() << " / " << row.password.toStdString() << " / " << row.busy;
+        view.setEmail(email);
+        view.setPassword(password);
+        view.setBusy(busy);
+        EXPECT_EQ(view.canSignIn(), expected) << email.toStdString() << " " << busy;
     }
-    SetupView fresh(nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(fresh.server(), DEFAULT_SERVER);
-    EXPECT_FALSE(fresh.account() || fresh.error() || fresh.portalHint() ||
-                 fresh.providerWorking() || fresh.busy() || fresh.checking());
 }
 
 TEST_P(SetupFlowsTest, SignInStoresTheAnsweredServerKeyAndEmailThenChecksTheExtension) {
-    script({.body = LOGIN_BODY}, {.body = ACCOUNT_BODY});
-    fillForm();
-    int changes = 0;
-    QObject::connect(view.get(), &SetupView::changed, [&changes] { ++changes; });
-    view->signIn();
-    EXPECT_TRUE(view->busy());
-    EXPECT_FALSE(view->canSignIn());
-    EXPECT_GE(changes, 1);
-    ASSERT_TRUE(waitUntil([this] { return view->account().has_value(); }));
-
-    EXPECT_FALSE(view->busy());
+    signIn({.body = LOGIN});
+    ASSERT_TRUE(view->account());
     EXPECT_EQ(view->error(), std::nullopt);
-    EXPECT_EQ(view->account()->email, "Ada@Example.com");
     EXPECT_EQ(view->server(), server->origin());
     EXPECT_EQ(view->password(), "");
-    EXPECT_EQ(view->email(), TYPED_EMAIL);
+    EXPECT_EQ(view->email(), TYPED);
     const QJsonObject config = Shared::readConfig();
     EXPECT_EQ(config.value("server").toString(), server->origin());
     EXPECT_EQ(config.value("account_email").toString(), "Ada@Example.com");
-    EXPECT_EQ(Shared::storedKey(), "key-1");
     ASSERT_EQ(platform.keychain.items().size(), 1u);
     EXPECT_EQ(platform.keychain.items()[0].account, "Ada@Example.com");
+    EXPECT_EQ(Shared::storedKey(), "key-1");
     EXPECT_EQ(connected, 1);
-    EXPECT_FALSE(checkingWhenConnected) << "the extension check starts after onConnected";
+    EXPECT_FALSE(checkingWhenConnected);
+    EXPECT_EQ(loginBody(), QJsonObject({{"email", "ada@example.com"},
+                                        {"password", PASSWORD},
+                                        {"device_name", "Test Laptop"}}));
 
-    const QJsonObject body = lastLoginBody();
-    EXPECT_EQ(body.value("device_name").toString(), "Test Laptop");
-    EXPECT_EQ(body.value("email").toString(), "ada@example.com");
-    EXPECT_EQ(body.value("password").toString(), PASSWORD);
-
-    // Two seconds later the extension is checked; no domain is registered, so it does not answer.
+    // Two seconds later the extension is checked; with no domain registered it does not answer.
     EXPECT_FALSE(view->checking());
     ASSERT_TRUE(waitUntil([this] { return view->providerWorking().has_value(); }, 5s));
     EXPECT_EQ(view->providerWorking(), false);
-    EXPECT_FALSE(view->checking());
     EXPECT_EQ(connected, 1);
 }
 
 TEST_P(SetupFlowsTest, AFailedSignInShowsOneLineKeepsTheFormAndStoresNothing) {
     const QString unexpected = "Vaskel responded unexpectedly (HTTP ";
-    const struct {
-        const char* name;
-        ScriptedReply login;
-        ScriptedReply me;
-        QString error;
-        std::optional<QString> portalHint;
-    } cases[] = {
-        {"wrong password",
-         {.status = 403, .body = "{}"},
-         {},
-         "Email or password is incorrect.",
-         std::nullopt},
-        {"unverified",
-         {.status = 403, .body = R"({"code":"unverified"})"},
+    const std::tuple<ScriptedReply, ScriptedReply, QString, std::optional<QUrl>> cases[] = {
+        {{.status = 403, .body = "{}"}, {}, "Email or password is incorrect.", std::nullopt},
+        {{.status = 403, .body = R"({"code":"unverified"})"},
          {},
          "Confirm your email address first. Check your inbox for the link, then sign in again.",
          std::nullopt},
-        {"too many",
-         {.status = 429},
+        {{.status = 429}, {}, "Too many attempts. Wait a few minutes and try again.", std::nullopt},
+        {{.status = 500}, {}, unexpected + "500).", std::nullopt},
+        {{.body = "<html>"}, {}, unexpected + "200).", std::nullopt},
+        {{.status = 403, .body = R"({"code":"inactive","portal":"http://a b"})"},
          {},
-         "Too many attempts. Wait a few minutes and try again.",
+         NO_PLAN,
          std::nullopt},
-        {"server error", {.status = 500}, {}, unexpected + "500).", std::nullopt},
-        {"not JSON", {.body = "<html>hello</html>"}, {}, unexpected + "200).", std::nullopt},
-        {"inactive, portal not a URL",
-         {.status = 403, .body = R"({"code":"inactive","portal":"http://a b"})"},
+        {{.body = LOGIN}, {.status = 401}, KEY_REFUSED, std::nullopt},
+        {{.body = LOGIN}, {.status = 500}, NOT_UNDERSTOOD, std::nullopt},
+        {{.body = LOGIN}, {.body = R"({"name":"no email"})"}, NOT_UNDERSTOOD, std::nullopt},
+        {{.status = 403, .body = R"({"code":"inactive","portal":"https://pay.example/plans"})"},
          {},
-         "This account has no active plan yet. Choose a plan on the Vaskel website, then sign in "
-         "again.",
-         std::nullopt},
-        {"key rejected by the account check",
-         {.body = LOGIN_BODY},
-         {.status = 401},
-         "The server did not accept that key. Check it was copied in full.",
-         std::nullopt},
-        {"account check fails",
-         {.body = LOGIN_BODY},
-         {.status = 500},
-         "The server responded, but not in a way this app understands.",
-         std::nullopt},
-        {"account check answers garbage",
-         {.body = LOGIN_BODY},
-         {.body = R"({"name":"no email"})"},
-         "The server responded, but not in a way this app understands.",
-         std::nullopt},
-        {"inactive",
-         {.status = 403, .body = R"({"code":"inactive","portal":"https://pay.example/plans"})"},
-         {},
-         "This account has no active plan yet. Choose a plan on the Vaskel website, then sign in "
-         "again.",
-         "https://pay.example/plans"},
+         NO_PLAN,
+         QUrl("https://pay.example/plans")},
     };
     writeFile(Shared::configPath(), R"({"server":"https://kept.example"})");
     const QByteArray before = configFile();
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        script(row.login, row.me);
-        fillForm();
-        signInAndWait();
-        EXPECT_EQ(view->error(), row.error);
-        EXPECT_EQ(view->portalHint(),
-                  row.portalHint ? std::optional(QUrl(*row.portalHint)) : std::nullopt);
+    for (const auto& [login, me, error, portalHint] : cases) {
+        SCOPED_TRACE(error.toStdString());
+        signIn(login, me);
+        EXPECT_EQ(view->error(), error);
+        EXPECT_EQ(view->portalHint(), portalHint);
         EXPECT_EQ(view->account(), std::nullopt);
-        EXPECT_EQ(view->email(), TYPED_EMAIL);
+        EXPECT_EQ(view->email(), TYPED);
         EXPECT_EQ(view->password(), PASSWORD);
         EXPECT_EQ(configFile(), before);
         EXPECT_TRUE(platform.keychain.items().empty());
-        EXPECT_EQ(connected, 0);
     }
+    EXPECT_EQ(connected, 0);
 
-    // The next attempt clears the previous failure (the inactive one, last above) as it starts.
-    ASSERT_TRUE(view->portalHint());
-    script({.body = LOGIN_BODY}, {.body = ACCOUNT_BODY});
+    // The next attempt clears the last failure (the inactive one) as it starts.
     view->signIn();
     EXPECT_EQ(view->error(), std::nullopt);
     EXPECT_EQ(view->portalHint(), std::nullopt);
-    ASSERT_TRUE(waitUntil([this] { return view->account().has_value(); }));
-    EXPECT_EQ(connected, 1);
 }
 
 TEST_P(SetupFlowsTest, UnreachableSlowAndAddresslessServersFailWithTheirTexts) {
     hostName.name = std::nullopt;
-    view->setEmail(TYPED_EMAIL);
-    view->setPassword(PASSWORD);
-
-    view->setServer("http://127.0.0.1:" + QString::number(testing_support::closedLoopbackPort()));
-    signInAndWait();
-    ASSERT_TRUE(view->error());
-    EXPECT_TRUE(view->error()->startsWith("Could not reach Vaskel. "))
-        << view->error()->toStdString();
-
     platform::NetworkSession::shared().setTimeoutCap(300ms);
-    server->script("POST", "/vaskel/api/auth/login", {.body = LOGIN_BODY, .delay = 3s});
-    view->setServer(server->origin());
-    signInAndWait();
-    ASSERT_TRUE(view->error());
-    EXPECT_TRUE(view->error()->startsWith("Could not reach Vaskel. "))
-        << view->error()->toStdString();
-    EXPECT_EQ(lastLoginBody().value("device_name").toString(), "Mac")
-        << "a computer without a name signs in as the fallback name";
-
-    view->setServer("https://");
-    view->signIn();
-    EXPECT_TRUE(view->busy()) << "the answer reaches the state through the event loop";
-    ASSERT_TRUE(waitUntil([this] { return !view->busy(); }));
-    EXPECT_EQ(view->error(), "That does not look like a valid server address.");
+    server->script("POST", "/vaskel/api/auth/login", {.body = LOGIN, .delay = 3s});
+    const QString closed = QString::number(testing_support::closedLoopbackPort());
+    const std::pair<QString, QString> cases[] = {
+        {"http://127.0.0.1:" + closed, "Could not reach Vaskel. "},
+        {server->origin(), "Could not reach Vaskel. "},
+        {"https://", "That does not look like a valid server address."},
+    };
+    view->setEmail(TYPED);
+    view->setPassword(PASSWORD);
+    for (const auto& [address, error] : cases) {
+        view->setServer(address);
+        view->signIn();
+        EXPECT_TRUE(view->busy()) << "answers reach the state through the event loop";
+        ASSERT_TRUE(waitUntil([this] { return !view->busy(); }));
+        ASSERT_TRUE(view->error());
+        EXPECT_TRUE(view->error()->startsWith(error)) << view->error()->toStdString();
+    }
+    EXPECT_EQ(loginBody().value("device_name"), "Mac") << "a computer without a name";
     EXPECT_TRUE(platform.keychain.items().empty());
     EXPECT_FALSE(QFile::exists(Shared::configPath()));
 }
 
 TEST_P(SetupFlowsTest, AViewGoneDuringASignInStoresNothingAndCallsNothing) {
-    script({.body = LOGIN_BODY, .delay = 300ms}, {.body = ACCOUNT_BODY});
-    fillForm();
+    server->script("POST", "/vaskel/api/auth/login", {.body = LOGIN, .delay = 300ms});
+    server->script("GET", "/vaskel/api/me", {.body = ACCOUNT});
+    view->setServer(server->origin());
+    view->setEmail(TYPED);
+    view->setPassword(PASSWORD);
     view->signIn();
     view.reset();
     ASSERT_TRUE(waitUntil([this] { return server->requests().size() == 2; }));
@@ -278,131 +207,94 @@ TEST_P(SetupFlowsTest, AViewGoneDuringASignInStoresNothingAndCallsNothing) {
 
 TEST_P(SetupFlowsTest, OnAppearChecksAStoredSignInWithoutStoringOrReportingIt) {
     const QString origin = server->origin();
-    const QByteArray withServer = R"({"server":")" + origin.toUtf8() + R"("})";
-    const struct {
-        const char* name;
-        QByteArray config;
-        std::optional<QString> key;
-        int meStatus;
-        bool requested;
-        bool signedIn;
-        QString serverCell;
-        std::optional<QString> error;
-    } cases[] = {
-        {"server and key", withServer, "key-1", 200, true, true, origin, std::nullopt},
-        {"key without a server", "{}", "key-1", 200, false, false, DEFAULT_SERVER, std::nullopt},
-        {"key with an empty server", R"({"server":""})", "key-1", 200, false, false, DEFAULT_SERVER,
-         std::nullopt},
-        {"server without a key", withServer, std::nullopt, 200, false, false, origin, std::nullopt},
-        {"key rejected", withServer, "key-1", 401, true, false, origin,
-         "The server did not accept that key. Check it was copied in full."},
+    const QByteArray configured = R"({"server":")" + origin.toUtf8() + R"("})";
+    // Configuration, stored key, answer of the account request; then whether a request went
+    // out, the server shown, and the error.
+    const std::tuple<QByteArray, bool, int, bool, QString, std::optional<QString>> cases[] = {
+        {configured, true, 200, true, origin, std::nullopt},
+        {configured, true, 401, true, origin, KEY_REFUSED},
+        {configured, false, 200, false, origin, std::nullopt},
+        {R"({"server":""})", true, 200, false, DEFAULT_SERVER, std::nullopt},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [config, key, status, requested, shownServer, error] : cases) {
+        SCOPED_TRACE(config.toStdString() + (key ? " with a key" : ""));
         KeychainStore::deleteKey();
-        if (row.key) {
-            KeychainStore::saveKey(*row.key, "Ada@Example.com");
-        }
-        writeFile(Shared::configPath(), row.config);
-        const QByteArray before = configFile();
+        if (key) KeychainStore::saveKey("key-1", "Ada@Example.com");
+        writeFile(Shared::configPath(), config);
         server->clearRequests();
-        server->script("GET", "/vaskel/api/me", {.status = row.meStatus, .body = ACCOUNT_BODY});
-        view = std::make_unique<SetupView>([this] { ++connected; }, nullptr, nullptr, nullptr);
+        server->script("GET", "/vaskel/api/me", {.status = status, .body = ACCOUNT});
+        view = makeView();
 
         view->loadExisting();
-        EXPECT_EQ(view->busy(), row.requested);
+        EXPECT_EQ(view->busy(), requested);
         ASSERT_TRUE(waitUntil([this] { return !view->busy(); }));
-        EXPECT_EQ(view->account().has_value(), row.signedIn);
-        EXPECT_EQ(view->server(), row.serverCell);
-        EXPECT_EQ(view->error(), row.error);
-        EXPECT_EQ(view->email(), "");
-        EXPECT_EQ(server->requests().size(), row.requested ? 1u : 0u);
-        if (row.signedIn) {
-            EXPECT_EQ(server->requests()[0].header("X-API-Key"), "key-1");
-            // A shown account starts an extension check (no domain: it does not answer).
-            ASSERT_TRUE(waitUntil([this] { return view->providerWorking().has_value(); }));
-            EXPECT_FALSE(view->checking());
-        }
-        EXPECT_EQ(view->providerWorking().has_value(), row.signedIn);
-        EXPECT_EQ(configFile(), before);
+        const bool signedIn = requested && !error;
+        EXPECT_EQ(view->account().has_value(), signedIn);
+        EXPECT_EQ(view->server(), shownServer);
+        EXPECT_EQ(view->error(), error);
+        EXPECT_EQ(server->requests().size(), requested ? 1u : 0u);
+        // A shown account starts an extension check.
+        EXPECT_TRUE(waitUntil([&] { return view->providerWorking().has_value() == signedIn; }));
+        EXPECT_EQ(configFile(), config);
         EXPECT_EQ(connected, 0);
     }
 }
 
 TEST_P(SetupFlowsTest, SignOutAsksThenForgetsTheKeyAndTellsTheServerWhenItCan) {
-    const QString origin = server->origin();
     server->script("POST", "/vaskel/api/auth/logout", {.status = 200});
-    const struct {
-        const char* name;
-        int answer;
-        bool storedKey;
-        bool confirmed;
-    } cases[] = {
-        {"cancelled", platform::ALERT_FIRST_BUTTON + 1, true, false},
-        {"confirmed with a key", platform::ALERT_FIRST_BUTTON, true, true},
-        {"confirmed without a key", platform::ALERT_FIRST_BUTTON, false, true},
+    enum class Key { keychain, file, none };
+    // The alert's answer and where the key is kept; then whether the sign-out went ahead.
+    const std::tuple<int, Key, bool> cases[] = {
+        {platform::ALERT_FIRST_BUTTON + 1, Key::keychain, false},
+        {platform::ALERT_FIRST_BUTTON, Key::keychain, true},
+        {platform::ALERT_FIRST_BUTTON, Key::file, true},
+        {platform::ALERT_FIRST_BUTTON, Key::none, true},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [answer, key, confirmed] : cases) {
+        SCOPED_TRACE(std::to_string(answer) + " " + std::to_string(int(key)));
         KeychainStore::deleteKey();
-        if (row.storedKey) {
-            KeychainStore::saveKey("key-1", "Ada@Example.com");
-        }
-        writeFile(Shared::configPath(),
-                  R"({"account_email":"Ada@Example.com","api_key":"","server":")" +
-                      origin.toUtf8() + R"("})");
+        if (key == Key::keychain) KeychainStore::saveKey("key-1", "a@b");
+        QJsonObject config{{"account_email", "a@b"},
+                           {"api_key", key == Key::file ? "key-1" : ""},
+                           {"server", server->origin()}};
+        writeFile(Shared::configPath(), QJsonDocument(config).toJson());
         writeFile(Shared::keychainMarkerPath(), "");
-        const QByteArray before = configFile();
         server->clearRequests();
         signedOut = 0;
         alerts.shown.clear();
-        alerts.answer = row.answer;
-        view->setAccount(setup_testing::accountFor("Ada@Example.com"));
-        view->setEmail("typed@example.com");
+        alerts.answer = answer;
+        view->setAccount(setup_testing::accountFor("a@b"));
         view->setPassword(PASSWORD);
-        view->setError("earlier failure");
+        view->setError("kept");
         view->setProviderWorking(true);
         const int activations = platform::Presentation::shared().activations();
 
         view->signOut();
         ASSERT_EQ(alerts.shown.size(), 1u);
-        const platform::Alert& alert = alerts.shown[0];
-        EXPECT_EQ(alert.style, platform::Alert::Style::warning);
-        EXPECT_EQ(alert.messageText, "Sign out of Vaskel?");
-        EXPECT_EQ(alert.informativeText,
+        EXPECT_EQ(alerts.shown[0].style, platform::Alert::Style::warning);
+        EXPECT_EQ(alerts.shown[0].messageText, "Sign out of Vaskel?");
+        EXPECT_EQ(alerts.shown[0].informativeText,
                   "The Vaskel folder will be removed from this Mac and the stored key forgotten. "
                   "Nothing is deleted from the server.");
-        EXPECT_EQ(alert.buttons, QStringList({"Sign Out", "Cancel"}));
+        EXPECT_EQ(alerts.shown[0].buttons, QStringList({"Sign Out", "Cancel"}));
         EXPECT_EQ(platform::Presentation::shared().activations(), activations + 1);
-
-        EXPECT_EQ(view->account().has_value(), !row.confirmed);
-        EXPECT_EQ(view->password(), row.confirmed ? "" : PASSWORD);
-        EXPECT_EQ(signedOut, row.confirmed ? 1 : 0);
-        EXPECT_EQ(Shared::storedKey().has_value(), row.storedKey && !row.confirmed);
-        EXPECT_EQ(QFile::exists(Shared::keychainMarkerPath()), !row.confirmed);
-        // Kept either way: what was typed, the last error and extension state, server and e-mail.
-        EXPECT_EQ(view->email(), "typed@example.com");
-        EXPECT_EQ(view->error(), "earlier failure");
+        EXPECT_EQ(view->account().has_value(), !confirmed);
+        EXPECT_EQ(view->password().isEmpty(), confirmed);
+        EXPECT_EQ(signedOut, confirmed ? 1 : 0);
+        EXPECT_EQ(Shared::storedKey().has_value(), !confirmed);
+        EXPECT_EQ(QFile::exists(Shared::keychainMarkerPath()), !confirmed);
+        EXPECT_EQ(view->error(), "kept");
         EXPECT_EQ(view->providerWorking(), true);
-        const QJsonObject config = Shared::readConfig();
-        EXPECT_EQ(config.value("server").toString(), origin);
-        EXPECT_EQ(config.value("account_email").toString(), "Ada@Example.com");
-        EXPECT_EQ(config.value("api_key"), QJsonValue(""));
-        if (!row.confirmed) {
-            EXPECT_EQ(configFile(), before);
-        }
+        if (confirmed) config["api_key"] = "";
+        EXPECT_EQ(Shared::readConfig(), config);
 
-        const bool told = row.confirmed && row.storedKey;
+        const bool told = confirmed && key != Key::none;
         if (told) {
             ASSERT_TRUE(waitUntil([this] { return !server->requests().empty(); }));
+            EXPECT_EQ(server->requests()[0].header("X-API-Key"), "key-1");
         }
         setup_testing::spin(50ms);
-        const auto requests = server->requests();
-        ASSERT_EQ(requests.size(), told ? 1u : 0u);
-        if (told) {
-            EXPECT_EQ(requests[0].path, "/vaskel/api/auth/logout");
-            EXPECT_EQ(requests[0].header("X-API-Key"), "key-1");
-        }
+        EXPECT_EQ(server->requests().size(), told ? 1u : 0u);
     }
 }
 

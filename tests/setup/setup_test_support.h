@@ -4,11 +4,8 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QLabel>
-#include <QUrl>
-#include <QWidget>
 #include <chrono>
 #include <functional>
-#include <optional>
 #include <vector>
 
 #include "platform/desktop/alerts.h"
@@ -21,43 +18,34 @@
 namespace setup_testing {
 
 /// Answers every alert with `answer` and keeps what was asked.
-class FakeAlerts final : public platform::Alerts {
-public:
+struct FakeAlerts final : platform::Alerts {
     int answer = platform::ALERT_FIRST_BUTTON;
     std::vector<platform::Alert> shown;
     int runModal(const platform::Alert& alert) override {
         shown.push_back(alert);
         return answer;
     }
-
-private:
-    platform::StandIn<platform::Alerts> standIn_{*this};
+    platform::StandIn<platform::Alerts> standIn{*this};
 };
 
 /// Records the addresses it is asked to open.
-class FakeWorkspace final : public platform::Workspace {
-public:
+struct FakeWorkspace final : platform::Workspace {
     std::vector<QUrl> opened;
     bool openURL(const QUrl& url) override {
         opened.push_back(url);
         return true;
     }
     void activateFileViewerSelecting(const QStringList&) override {}
-
-private:
-    platform::StandIn<platform::Workspace> standIn_{*this};
+    platform::StandIn<platform::Workspace> standIn{*this};
 };
 
-class FakeHostName final : public platform::HostName {
-public:
+struct FakeHostName final : platform::HostName {
     std::optional<QString> name = QStringLiteral("Test Laptop");
     std::optional<QString> localizedName() const override { return name; }
-
-private:
-    platform::StandIn<platform::HostName> standIn_{*this};
+    platform::StandIn<platform::HostName> standIn{*this};
 };
 
-/// An account known by its e-mail address alone: unlimited, no name, no plan.
+/// An unlimited account known by its e-mail address alone.
 inline Account accountFor(const QString& email) {
     Account account;
     account.email = email;
@@ -76,31 +64,27 @@ inline bool waitUntil(const std::function<bool()>& done,
     return true;
 }
 
-/// Runs the event loop for `duration`.
 inline void spin(std::chrono::milliseconds duration) {
     waitUntil([] { return false; }, duration);
 }
 
-/// The button under `root` with exactly this text; none when there is none.
+/// The widget of type W under `root` whose text is `text`; none when there is none.
+template <class W = QAbstractButton>
+W* withText(const QWidget& root, const QString& text) {
+    for (W* candidate : root.findChildren<W*>()) {
+        if (candidate->text() == text) return candidate;
+    }
+    return nullptr;
+}
+
 inline QAbstractButton* button(const QWidget& root, const QString& text) {
-    for (QAbstractButton* candidate : root.findChildren<QAbstractButton*>()) {
-        if (candidate->text() == text) return candidate;
-    }
-    return nullptr;
+    return withText<QAbstractButton>(root, text);
 }
 
-/// The label under `root` with exactly this text; none when there is none.
-inline QLabel* label(const QWidget& root, const QString& text) {
-    for (QLabel* candidate : root.findChildren<QLabel*>()) {
-        if (candidate->text() == text) return candidate;
-    }
-    return nullptr;
-}
-
-/// Whether a label or button with exactly this text is visible in `root`'s window.
+/// Whether a label or button with exactly this text shows in `root`.
 inline bool shows(const QWidget& root, const QString& text) {
-    if (const QLabel* found = label(root, text); found && found->isVisibleTo(&root)) return true;
-    const QAbstractButton* found = button(root, text);
+    const QWidget* found = withText<QLabel>(root, text);
+    if (!found || !found->isVisibleTo(&root)) found = button(root, text);
     return found && found->isVisibleTo(&root);
 }
 
