@@ -1,16 +1,21 @@
 #include "setup/setup_presenter.h"
 
+#include "setup/setup_window_controller.h"
+
 namespace {
 
-// Shows nothing until the setup window is part of the build.
-class NoSetupWindow final : public SetupPresenter {
+class SetupWindowPresenter final : public SetupPresenter {
 public:
-    void present(SetupCallbacks) override {}
+    void present(SetupCallbacks callbacks) override {
+        SetupWindowController::present(
+            std::move(callbacks.onDismiss), std::move(callbacks.onConnected),
+            std::move(callbacks.onSignedOut), std::move(callbacks.onOpenFolder));
+    }
 };
 
 }  // namespace
 
 SetupPresenter& SetupPresenter::real() {
-    static NoSetupWindow presenter;
+    static SetupWindowPresenter presenter;
     return presenter;
 }
