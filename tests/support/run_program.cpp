@@ -5,8 +5,7 @@
 
 namespace testing_support {
 
-ProgramRun runVaskel(const QStringList& arguments, const QString& home,
-                     const QProcessEnvironment& extra, double timeoutSeconds) {
+QProcessEnvironment vaskelEnvironment(const QString& home, const QProcessEnvironment& extra) {
     QProcessEnvironment environment;
     const QProcessEnvironment system = QProcessEnvironment::systemEnvironment();
     for (const char* keep :
@@ -26,12 +25,20 @@ ProgramRun runVaskel(const QStringList& arguments, const QString& home,
         QStringLiteral("ASAN_OPTIONS"),
         asan + (asan.isEmpty() ? "" : ":") + QStringLiteral("verify_asan_link_order=0"));
     environment.insert(extra);
+    return environment;
+}
 
+QString vaskelExecutable() {
+    return QStringLiteral(VASKEL_EXECUTABLE);
+}
+
+ProgramRun runVaskel(const QStringList& arguments, const QString& home,
+                     const QProcessEnvironment& extra, double timeoutSeconds) {
     QProcess process;
-    process.setProcessEnvironment(environment);
+    process.setProcessEnvironment(vaskelEnvironment(home, extra));
     QElapsedTimer clock;
     clock.start();
-    process.start(QStringLiteral(VASKEL_EXECUTABLE), arguments);
+    process.start(vaskelExecutable(), arguments);
     ProgramRun run;
     if (!process.waitForStarted(5000)) return run;
     process.closeWriteChannel();
