@@ -138,6 +138,7 @@ private:
     /// Tells the user once how to reach the agent when the desktop shows no tray.
     void announceMissingTray();
     void openServerPage(bool files);
+    QString tooltip(const Shared::Rates& rates, bool paused) const;
     /// Applies a domain lookup on the main thread.
     void setDomain(std::optional<platform::FileProviderManager> manager);
 

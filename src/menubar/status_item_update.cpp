@@ -48,9 +48,11 @@ void MenuBarController::updateStatusItem() {
     // moment a tray appears.
     if (!statusItem_) return;
 
+    // One read of the configuration serves the icon and the tooltip alike.
+    const bool paused = transfersPaused();
     const bool notices = domainRegistered_ && account_;
     IconState state;
-    if (transfersPaused()) {
+    if (paused) {
         state = {QStringLiteral("pause.circle"), QStringLiteral("Transfers paused"), {}};
     } else if (transferring(rates)) {
         state = {QStringLiteral("arrow.up.arrow.down.circle"), QStringLiteral("Transferring"),
@@ -74,14 +76,18 @@ void MenuBarController::updateStatusItem() {
     setIcon(state.symbol, state.description);
     // A symbol that could not be shown left the text label in place of the title.
     if (statusItem_->symbol() == state.symbol) statusItem_->setTitle(state.title);
-    statusItem_->setToolTip(tooltip(rates));
+    statusItem_->setToolTip(tooltip(rates, paused));
 }
 
 QString MenuBarController::tooltip(const Shared::Rates& rates) const {
+    return tooltip(rates, transfersPaused());
+}
+
+QString MenuBarController::tooltip(const Shared::Rates& rates, bool paused) const {
     QStringList lines{QStringLiteral("Vaskel")};
     if (!domainRegistered_) {
         lines << QStringLiteral("Not connected");
-    } else if (transfersPaused()) {
+    } else if (paused) {
         lines << QStringLiteral("Transfers paused");
     } else if (transferring(rates)) {
         lines << rateLine(rates);
