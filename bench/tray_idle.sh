@@ -13,7 +13,7 @@ build=$(cd "${1:-build}" && pwd)
 settle=${SETTLE:-10}
 idle=${IDLE:-60}
 
-"$(dirname "$0")/../scripts/install-deps" --bench
+"$(dirname "$0")/../scripts/install-deps" --extras
 
 work=$(mktemp -d)
 pids=()
