@@ -47,6 +47,7 @@ std::string updateOffer(const std::string& version, int build, const std::string
 class MenuBarControllerTest : public CommandFixture {
 protected:
     void TearDown() override {
+        platform.keychain.release();  // a start-up waiting on the keychain ends before the join
         controller.reset();
         platform::NetworkSession::shared().reset();
         server.stop();
@@ -143,6 +144,19 @@ TEST_F(MenuBarControllerTest, WithoutATrayTheUserIsToldOnceHowToReachTheAgent) {
     ASSERT_TRUE(waitUntil([&] { return !desktop.notifications.shown.empty(); }, 1000));
     EXPECT_EQ(desktop.notifications.shown[0].identifier, "vaskel-no-tray");
     EXPECT_EQ(item().symbol(), "cloud") << "the item keeps its state for a tray that comes later";
+}
+
+TEST_F(MenuBarControllerTest, AKeychainThatDoesNotAnswerNeverHoldsUpTheTrayItem) {
+    configure();
+    platform.keychain.hold();
+    controller->start();
+    EXPECT_EQ(item().symbol(), "cloud");
+    EXPECT_TRUE(platform.log.messages().contains("status item created"));
+    EXPECT_EQ(controller->refreshTimer(), nullptr) << "the rest waits for the keychain";
+    platform.keychain.release();
+    EXPECT_TRUE(waitUntil([&] { return controller->refreshTimer() != nullptr; }));
+    EXPECT_TRUE(
+        platform.log.messages().contains("config present; checking whether it actually works"));
 }
 
 TEST_F(MenuBarControllerTest, ConfiguredWithDomainConnectsWithoutValidatingTheKey) {

@@ -12,6 +12,10 @@ bool matches(const platform::KeychainItem& item, const platform::KeychainQuery& 
 }  // namespace
 
 platform::KeychainBackend::Lookup FakeKeychain::copyMatching(const platform::KeychainQuery& query) {
+    {
+        std::unique_lock wait(holdMutex_);
+        released_.wait(wait, [this] { return !held_; });
+    }
     std::lock_guard lock(mutex_);
     if (refuseCopy_) return {*refuseCopy_, {}};
     const auto found = std::find_if(items_.rbegin(), items_.rend(),
@@ -33,6 +37,19 @@ platform::OSStatus FakeKeychain::deleteMatching(const platform::KeychainQuery& q
     const auto removed =
         std::erase_if(items_, [&](const auto& item) { return matches(item, query); });
     return removed ? platform::keychain_status::SUCCESS : platform::keychain_status::ITEM_NOT_FOUND;
+}
+
+void FakeKeychain::hold() {
+    std::lock_guard lock(holdMutex_);
+    held_ = true;
+}
+
+void FakeKeychain::release() {
+    {
+        std::lock_guard lock(holdMutex_);
+        held_ = false;
+    }
+    released_.notify_all();
 }
 
 bool FakeKeychain::readableAcrossSession() const {

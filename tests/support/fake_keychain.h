@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -31,6 +32,9 @@ public:
     /// Whether the product's other components read the items (the action-UI extension).
     void setReadableAcrossSession(bool readable);
 
+    /// While held, lookups wait, as with a keychain that does not answer, until `release()`.
+    void hold();
+    void release();
     /// Puts an item in place directly, bypassing refusals (raw bytes, any attributes).
     void insert(const platform::KeychainItem& item);
     std::vector<platform::KeychainItem> items() const;
@@ -42,6 +46,9 @@ private:
     std::optional<platform::OSStatus> refuseAdd_;
     std::optional<platform::OSStatus> refuseDelete_;
     bool readableAcrossSession_ = true;
+    std::mutex holdMutex_;
+    std::condition_variable released_;
+    bool held_ = false;
     platform::StandIn<platform::KeychainBackend> standIn_{*this};
 };
 
