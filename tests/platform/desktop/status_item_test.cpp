@@ -202,7 +202,8 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     // A click triggers the current action once; stale and unknown ids are errors.
     const auto* refresh = entryLabelled(*layout, "Check for Changes Now");
     ASSERT_NE(refresh, nullptr);
-    const QVariantList click{refresh->id, "clicked", QVariant::fromValue(QDBusVariant(0)), 0u};
+    const int refreshId = refresh->id;  // the layout is read again below
+    const QVariantList click{refreshId, "clicked", QVariant::fromValue(QDBusVariant(0)), 0u};
     ASSERT_EQ(panel.callMenu("Event", click).type(), QDBusMessage::ReplyMessage);
     EXPECT_TRUE(runEventsUntil([&] { return menu.refreshes == 1; }));
     const QVariantList unknown{9999, "clicked", QVariant::fromValue(QDBusVariant(0)), 0u};
@@ -218,7 +219,7 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     EXPECT_FALSE(panel.signalNames().contains("LayoutUpdated"));
 
     // A group of clicks triggers the known items and names the unknown ones.
-    const QList<platform::DBusMenuEvent> group{{refresh->id, "clicked", QDBusVariant(0), 0},
+    const QList<platform::DBusMenuEvent> group{{refreshId, "clicked", QDBusVariant(0), 0},
                                                {9999, "clicked", QDBusVariant(0), 0}};
     const QDBusMessage groupAnswer = panel.callMenu("EventGroup", {QVariant::fromValue(group)});
     ASSERT_EQ(groupAnswer.type(), QDBusMessage::ReplyMessage);
