@@ -36,6 +36,7 @@ bench: build
 	$(BUILD)/bench_shared_bench
 	$(BUILD)/bench_server_bench
 	scripts/with-secret-service -- $(BUILD)/bench_keychain_bench
+	bench/cli_startup.sh $(BUILD)
 	bench/tray_idle.sh $(BUILD)
 
 format:

@@ -1,12 +1,12 @@
 #include "platform/log.h"
 
-#include <sys/stat.h>
 #include <syslog.h>
-#include <systemd/sd-journal.h>
 
 #include <atomic>
+#include <charconv>
 #include <cstdio>
 
+#include "platform/journal_socket.h"
 #include "platform/seam.h"
 
 namespace platform {
@@ -14,38 +14,43 @@ namespace {
 
 std::atomic<bool> fallbackToStandardError{true};
 
-bool journalSocketPresent() {
-    struct stat info {};
-    return ::stat("/run/systemd/journal/socket", &info) == 0 && S_ISSOCK(info.st_mode);
-}
-
 class JournalSink final : public LogSink {
 public:
+    explicit JournalSink(std::string journalSocketPath) : journal_(std::move(journalSocketPath)) {}
+
     void write(LogLevel level, std::string_view subsystem, std::string_view category,
                const QString& message) override {
         const QByteArray text = message.toUtf8();
-        const char* levelName = level == LogLevel::error ? "error" : "info";
-        // Without a journal socket sd_journal_send reports success and drops the line, so the
-        // socket decides where the line goes.
-        if (journalSocketPresent()) {
-            sd_journal_send("MESSAGE=%s", text.constData(), "PRIORITY=%d",
-                            level == LogLevel::error ? LOG_ERR : LOG_INFO, "SUBSYSTEM=%.*s",
-                            int(subsystem.size()), subsystem.data(), "CATEGORY=%.*s",
-                            int(category.size()), category.data(), "SYSLOG_IDENTIFIER=vaskel",
-                            nullptr);
+        char priority[4] = {};
+        std::to_chars(priority, priority + sizeof(priority) - 1,
+                      level == LogLevel::error ? LOG_ERR : LOG_INFO);
+        if (journal_.send({{"MESSAGE", std::string_view(text.constData(), text.size())},
+                           {"PRIORITY", priority},
+                           {"SUBSYSTEM", subsystem},
+                           {"CATEGORY", category},
+                           {"SYSLOG_IDENTIFIER", "vaskel"}})) {
             return;
         }
+        // No journal took the line: standard error gets it, unless the caller keeps it quiet.
         if (!fallbackToStandardError.load(std::memory_order_relaxed)) return;
+        const char* levelName = level == LogLevel::error ? "error" : "info";
         std::fprintf(stderr, "vaskel [%.*s:%.*s] %s: %s\n", int(subsystem.size()), subsystem.data(),
                      int(category.size()), category.data(), levelName, text.constData());
     }
+
+private:
+    JournalSocket journal_;
 };
 
 }  // namespace
 
 LogSink& LogSink::real() {
-    static JournalSink sink;
+    static JournalSink sink{std::string(SYSTEM_JOURNAL_SOCKET)};
     return sink;
+}
+
+std::unique_ptr<LogSink> journalLogSink(std::string journalSocketPath) {
+    return std::make_unique<JournalSink>(std::move(journalSocketPath));
 }
 
 void setLogFallbackToStandardError(bool allowed) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QString>
+#include <memory>
+#include <string>
 #include <string_view>
 
 namespace platform {
@@ -16,8 +18,13 @@ public:
     virtual void write(LogLevel level, std::string_view subsystem, std::string_view category,
                        const QString& message) = 0;
 
+    /// Writes to the system journal, else to standard error.
     static LogSink& real();
 };
+
+/// A sink that behaves as the real one but sends to the journal socket at `journalSocketPath`;
+/// tests listen there with a socket of their own.
+std::unique_ptr<LogSink> journalLogSink(std::string journalSocketPath);
 
 /// Whether the real sink may fall back to standard error when there is no journal. The
 /// command-line tool turns this off: its standard error stays empty.

@@ -7,10 +7,12 @@
 
 #include "support/fake_platform.h"
 #include "support/run_program.h"
+#include "support/test_files.h"
 
 namespace {
 
 using testing_support::runVaskel;
+using testing_support::writeFile;
 
 TEST(InstallLocation, ProblemByBundlePath) {
     const QString diskImage =
@@ -35,18 +37,38 @@ TEST(InstallLocation, ProblemByBundlePath) {
     }
 }
 
-TEST(ProgramEntry, VersionPrintsOneLineTouchesNothingAndLoadsNoWidgetLibrary) {
+TEST(ProgramEntry, VersionPrintsOneLineAndTouchesNothing) {
     QTemporaryDir home;
-    QProcessEnvironment environment;
-    environment.insert("LD_DEBUG", "libs");
-    const auto run = runVaskel({"--version", "ignored"}, home.path(), environment);
+    const auto run = runVaskel({"--version", "ignored"}, home.path());
     EXPECT_EQ(run.exitStatus, 0);
     EXPECT_EQ(run.standardOutput, "Vaskel 20261007-080416\n");
+    EXPECT_EQ(run.standardError, "");
     EXPECT_TRUE(QDir(home.path()).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden))
         << "nothing is created in the home directory";
-    EXPECT_TRUE(run.standardError.contains("libQt6Core")) << "the loader trace is there";
-    for (const char* library : {"libQt6Widgets", "libQt6Gui", "libvaskel-desktop"}) {
-        EXPECT_FALSE(run.standardError.contains(library)) << library;
+}
+
+// The command line maps Qt Core and the core library only: the desktop module, the network and
+// keychain code and what they pull in stay out. (GLib itself comes with Qt Core.)
+TEST(ProgramEntry, CommandModeMapsNoDesktopNetworkOrKeychainLibrary) {
+    QTemporaryDir home;
+    writeFile(home.path() + "/.vaskel/config.json", R"({"account_email": "me@example.com"})");
+    ASSERT_EQ(runVaskel({"--add"}, home.path()).exitStatus, 0);
+    QProcessEnvironment environment;
+    environment.insert("LD_DEBUG", "libs");
+    for (const QStringList& arguments :
+         {QStringList{"--version"}, QStringList{"--refresh"}, QStringList{"--list"}}) {
+        const auto run = runVaskel(arguments, home.path(), environment);
+        const std::string command = arguments.join(' ').toStdString();
+        EXPECT_EQ(run.exitStatus, 0) << command;
+        EXPECT_FALSE(run.standardOutput.isEmpty()) << command;
+        EXPECT_TRUE(run.standardError.contains("libQt6Core")) << "the loader trace is there";
+        EXPECT_TRUE(run.standardError.contains("libvaskel-core")) << command;
+        for (const char* library :
+             {"libvaskel-desktop", "libvaskel-account", "libQt6Widgets", "libQt6Gui",
+              "libQt6Network", "libQt6DBus", "libdbus-1", "libsecret", "libgio-2.0",
+              "libgobject-2.0", "libsystemd", "libssl", "libcrypto"}) {
+            EXPECT_FALSE(run.standardError.contains(library)) << command << " maps " << library;
+        }
     }
 }
 
