@@ -1,4 +1,4 @@
-// ThreadSanitizer settings of the core tests. Qt, GLib, OpenSSL and cpp-httplib are not built
+// ThreadSanitizer settings of the test programs. Qt, GLib, OpenSSL and cpp-httplib are not built
 // with the sanitizer: their locks are invisible to it, so the memory they allocate on one thread
 // and free on another, and the wake-up descriptors of their event loops, would be reported as
 // races. Calls made from those libraries are left out; our own code, including everything it
@@ -8,6 +8,9 @@
 extern "C" const char* __tsan_default_suppressions() {
     return "called_from_lib:libQt6Core.so.6\n"
            "called_from_lib:libQt6Network.so.6\n"
+           "called_from_lib:libQt6DBus.so.6\n"
+           "called_from_lib:libQt6Gui.so.6\n"
+           "called_from_lib:libQt6Widgets.so.6\n"
            "called_from_lib:libglib-2.0.so.0\n"
            "called_from_lib:libcrypto.so.3\n"
            "called_from_lib:libssl.so.3\n"
