@@ -1,7 +1,8 @@
 // ThreadSanitizer settings of the test programs. Qt, GLib, OpenSSL and cpp-httplib are not built
 // with the sanitizer: their locks are invisible to it, so the memory they allocate on one thread
 // and free on another, and the wake-up descriptors of their event loops, would be reported as
-// races. Calls made from those libraries are left out; our own code, including everything it
+// races. Calls made from those libraries, and what Qt DBus reads on its own thread, are left
+// out; our own code, including everything it
 // runs from Qt's event loops and every hand-over it makes between threads, stays checked.
 #if defined(__SANITIZE_THREAD__)
 
@@ -12,10 +13,20 @@ extern "C" const char* __tsan_default_suppressions() {
            "called_from_lib:libQt6Gui.so.6\n"
            "called_from_lib:libQt6Widgets.so.6\n"
            "called_from_lib:libglib-2.0.so.0\n"
+           "called_from_lib:libdbus-1.so.3\n"
            "called_from_lib:libcrypto.so.3\n"
            "called_from_lib:libssl.so.3\n"
            "called_from_lib:libqopensslbackend.so\n"
-           "called_from_lib:libcpp-httplib.so.0.11\n";
+           "called_from_lib:libcpp-httplib.so.0.11\n"
+           // Qt DBus writes our values out, and looks the exported objects up, on its own
+           // thread, under its own locks.
+           "race:QDBusMetaType::marshall\n"
+           "race:QDBusMetaType::demarshall\n"
+           "race:qDBusRegisterMetaType\n"
+           "race:metaObject\n"
+           // Values that Qt copies and destroys through its meta-type system on either side of
+           // such a hand-over.
+           "race:QtPrivate::QMetaTypeForType\n";
 }
 
 #endif
