@@ -40,8 +40,7 @@ void MenuBarController::refreshAccount() {
         account_.reset();
         return;
     }
-    const QString server =
-        Shared::configString(Shared::readConfig(), QStringLiteral("server")).value_or(QString());
+    const QString server = configuredServer();
     const auto key = Shared::storedKey();
     if (!key || server.isEmpty()) return;
     const platform::MainThreadTarget mainThread = mainThread_;

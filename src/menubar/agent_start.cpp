@@ -23,23 +23,23 @@ void setPresentation(platform::ActivationPolicy policy) {
     platform::Presentation::shared().setActivationPolicy(policy);
 }
 
-QString configuredServer() {
-    return Shared::configString(Shared::readConfig(), QStringLiteral("server")).value_or(QString());
-}
-
 }  // namespace
 
 MenuBarController::MenuBarController() = default;
+
+QString MenuBarController::configuredServer() {
+    return Shared::configString(Shared::readConfig(), QStringLiteral("server")).value_or(QString());
+}
 
 MenuBarController::~MenuBarController() {
     if (keychainStart_.joinable()) keychainStart_.join();
 }
 
 bool MenuBarController::configured() const {
-    const auto server = Shared::configString(Shared::readConfig(), QStringLiteral("server"));
+    const bool hasServer = !configuredServer().isEmpty();
     // The key is read even without a server, as every caller expects the same disk reads.
-    const auto key = Shared::storedKey();
-    return server && !server->isEmpty() && key.has_value();
+    const bool hasKey = Shared::storedKey().has_value();
+    return hasServer && hasKey;
 }
 
 void MenuBarController::start() {

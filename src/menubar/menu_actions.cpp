@@ -17,7 +17,6 @@
 #include "platform/seam.h"
 #include "server/server_address.h"
 #include "setup/setup_presenter.h"
-#include "shared/config.h"
 #include "shared/rates.h"
 
 void MenuBarController::openFolder() {
@@ -42,8 +41,7 @@ void MenuBarController::openFolder() {
 }
 
 void MenuBarController::openServerPage(bool files) {
-    const QString server =
-        Shared::configString(Shared::readConfig(), QStringLiteral("server")).value_or(QString());
+    const QString server = configuredServer();
     if (server.isEmpty()) return;
     if (const auto url = files ? filesURL(server) : portalURL(server)) {
         platform::current<platform::Workspace>().openURL(*url);

@@ -138,6 +138,8 @@ private:
     /// Tells the user once how to reach the agent when the desktop shows no tray.
     void announceMissingTray();
     void openServerPage(bool files);
+    /// The configuration's "server" when it is a string, else the empty string.
+    static QString configuredServer();
     QString tooltip(const Shared::Rates& rates, bool paused) const;
     /// Applies a domain lookup on the main thread.
     void setDomain(std::optional<platform::FileProviderManager> manager);

@@ -29,10 +29,6 @@ namespace {
 
 const char* const ME = "/vaskel/api/me";
 
-bool waitUntil(const std::function<bool()>& done, int milliseconds = 5000) {
-    return runEventsUntil(done, milliseconds);
-}
-
 std::string accountBody(qint64 used, qint64 quota, const std::string& extra = {}) {
     return R"({"email":"ada@example.com","name":"Ada","unlimited":false,"used_bytes":)" +
            std::to_string(used) + R"(,"quota_bytes":)" + std::to_string(quota) + extra + "}";
@@ -62,22 +58,22 @@ protected:
     }
     MenuBarController& started() {
         controller->start();
-        EXPECT_TRUE(waitUntil([&] { return controller->refreshTimer() != nullptr; }));
+        EXPECT_TRUE(runEventsUntil([&] { return controller->refreshTimer() != nullptr; }));
         return *controller;
     }
     // Waits for what start-up set going: with a domain, two account requests and a signal.
     void settle() {
-        ASSERT_TRUE(waitUntil([&] {
+        ASSERT_TRUE(runEventsUntil([&] {
             return controller->lastRefresh().has_value() && server.requests().size() >= 2;
         }));
-        waitUntil([] { return false; }, 100);
+        runEventsUntil([] { return false; }, 100);
     }
     // Runs one account refresh to its end; a second later than the last one.
     void refresh(bool succeeds = true) {
         platform.clock.now += 1;
         const auto failures = platform.log.messages().filter("account refresh failed").size();
         controller->refreshAccount();
-        ASSERT_TRUE(waitUntil([&] {
+        ASSERT_TRUE(runEventsUntil([&] {
             return succeeds
                        ? controller->accountFetchedAt() == platform.clock.now
                        : platform.log.messages().filter("account refresh failed").size() > failures;
@@ -118,7 +114,7 @@ TEST_F(MenuBarControllerTest, NotConfiguredShowsSetupAfterAMomentAndRunsBothTime
               (QStringList{"Vaskel 20261007-080416 starting", "status item created",
                            "not configured; showing setup as a normal app"}));
     EXPECT_TRUE(desktop.setup.presented.empty());
-    ASSERT_TRUE(waitUntil([&] { return !desktop.setup.presented.empty(); }, 1000));
+    ASSERT_TRUE(runEventsUntil([&] { return !desktop.setup.presented.empty(); }, 1000));
     EXPECT_EQ(platform::Presentation::shared().activationPolicy(), ActivationPolicy::regular);
     EXPECT_EQ(item().symbol(), "cloud");
     EXPECT_EQ(controller->refreshTimer()->interval(), 60000);
@@ -141,7 +137,7 @@ TEST_F(MenuBarControllerTest, WithoutATrayTheUserIsToldOnceHowToReachTheAgent) {
     started();
     EXPECT_TRUE(
         platform.log.messages().contains("status item has no button — menu bar may be full"));
-    ASSERT_TRUE(waitUntil([&] { return !desktop.notifications.shown.empty(); }, 1000));
+    ASSERT_TRUE(runEventsUntil([&] { return !desktop.notifications.shown.empty(); }, 1000));
     EXPECT_EQ(desktop.notifications.shown[0].identifier, "vaskel-no-tray");
     EXPECT_EQ(item().symbol(), "cloud") << "the item keeps its state for a tray that comes later";
 }
@@ -154,7 +150,7 @@ TEST_F(MenuBarControllerTest, AKeychainThatDoesNotAnswerNeverHoldsUpTheTrayItem)
     EXPECT_TRUE(platform.log.messages().contains("status item created"));
     EXPECT_EQ(controller->refreshTimer(), nullptr) << "the rest waits for the keychain";
     platform.keychain.release();
-    EXPECT_TRUE(waitUntil([&] { return controller->refreshTimer() != nullptr; }));
+    EXPECT_TRUE(runEventsUntil([&] { return controller->refreshTimer() != nullptr; }));
     EXPECT_TRUE(
         platform.log.messages().contains("config present; checking whether it actually works"));
 }
@@ -164,11 +160,11 @@ TEST_F(MenuBarControllerTest, ConfiguredWithDomainConnectsWithoutValidatingTheKe
     answer(accountBody(1, 10));
     registerOurDomain();
     started();
-    ASSERT_TRUE(waitUntil([&] { return controller->lastRefresh().has_value(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return controller->lastRefresh().has_value(); }));
     EXPECT_TRUE(platform.log.messages().contains("connected; running in the menu bar"));
     EXPECT_EQ(platform::Presentation::shared().activationPolicy(), ActivationPolicy::accessory);
     EXPECT_EQ(provider.workingSetSignals(DOMAIN_ID), 1);
-    waitUntil([&] { return server.requests().size() >= 2; }, 300);
+    runEventsUntil([&] { return server.requests().size() >= 2; }, 300);
     EXPECT_EQ(server.requests().size(), 2u) << "the start-up refresh and the one after connecting";
     EXPECT_EQ(item().symbol(), "cloud");
 }
@@ -177,7 +173,7 @@ TEST_F(MenuBarControllerTest, ConfiguredWithoutDomainRegistersUnderTheServersAdd
     configure();
     answer(R"({"email":"server@example.com"})");
     started();
-    ASSERT_TRUE(waitUntil([&] { return controller->domainRegistered(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return controller->domainRegistered(); }));
     EXPECT_EQ(Shared::configString(Shared::readConfig(), "account_email"), "server@example.com");
     EXPECT_TRUE(QFileInfo(folderOf("server@example.com")).isDir());
     EXPECT_EQ(platform::Presentation::shared().activationPolicy(), ActivationPolicy::accessory);
@@ -189,7 +185,7 @@ TEST_F(MenuBarControllerTest, ConfiguredWithoutDomainRegistersUnderTheServersAdd
     answer("", 401);
     const QByteArray before = readFile(Shared::configPath());
     started();
-    ASSERT_TRUE(waitUntil([&] { return !desktop.setup.presented.empty(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return !desktop.setup.presented.empty(); }));
     EXPECT_EQ(readFile(Shared::configPath()), before);
     EXPECT_FALSE(controller->domainRegistered());
 }
@@ -199,14 +195,14 @@ TEST_F(MenuBarControllerTest, RefusedRegistrationExplainsAndShowsTheDisconnected
     answer(R"({"email":"ada@example.com"})");
     writeFile(folderOf("ada@example.com"), "a file where the folder belongs");
     started();
-    ASSERT_TRUE(waitUntil([&] { return !desktop.alerts.shown.empty(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return !desktop.alerts.shown.empty(); }));
     const platform::Alert& alert = desktop.alerts.shown[0];
     EXPECT_EQ(alert.messageText, "Vaskel could not connect this Mac");
     EXPECT_TRUE(alert.informativeText.startsWith(
         "Signing in worked, but macOS refused to add the Vaskel folder.\n\nthe synced folder"));
     EXPECT_TRUE(
         alert.informativeText.endsWith("\n\nIf this persists, quit Vaskel and open it again."));
-    EXPECT_TRUE(waitUntil([&] { return item().symbol() == "icloud.slash"; }));
+    EXPECT_TRUE(runEventsUntil([&] { return item().symbol() == "icloud.slash"; }));
     EXPECT_FALSE(controller->domainRegistered());
 }
 
@@ -302,7 +298,7 @@ TEST_F(MenuBarControllerTest, IconFollowsItsPrecedenceAndTheTooltipSaysTheSame) 
     // Without a domain: the slashed cloud, and "Not connected" comes before the pause.
     Shared::setConfig("transfers_paused", true);
     controller->removeDomainSilently();
-    ASSERT_TRUE(waitUntil([&] { return !controller->domainRegistered(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return !controller->domainRegistered(); }));
     EXPECT_TRUE(item().toolTip().startsWith("Vaskel\nNot connected\n"));
     Shared::setConfig("transfers_paused", false);
     controller->updateStatusItem();
@@ -334,11 +330,11 @@ TEST_F(MenuBarControllerTest, MenuRowsFollowTheSetup) {
                              QStringList{"Browse Files Online", "-", "Account…", "Connect Vaskel",
                                          "Open at Login", "-", "Vaskel 1.0 (1)", "Quit Vaskel"}))
         << "no account yet, so the opening fetched one";
-    ASSERT_TRUE(waitUntil([&] { return controller->account().has_value(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return controller->account().has_value(); }));
 
     registerOurDomain();
     controller->findDomain();
-    ASSERT_TRUE(waitUntil([&] { return controller->domainRegistered(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return controller->domainRegistered(); }));
     Shared::setConfig("max_upload_kbps", 5000);
     Shared::setConfig("transfers_paused", 1);
     desktop.loginItems.enabled = true;
@@ -386,7 +382,7 @@ TEST_F(MenuBarControllerTest, MenuActions) {
     controller->openPortal();
     controller->openOnline();
     controller->openFolder();
-    ASSERT_TRUE(waitUntil([&] { return desktop.workspace.opened.size() == 3; }));
+    ASSERT_TRUE(runEventsUntil([&] { return desktop.workspace.opened.size() == 3; }));
     EXPECT_EQ(desktop.workspace.opened[0].toString(), server.origin() + "/vaskel/account/");
     EXPECT_EQ(desktop.workspace.opened[1].toString(),
               server.origin() + "/vaskel/account/files#files");
@@ -404,7 +400,7 @@ TEST_F(MenuBarControllerTest, MenuActions) {
     controller->removeDomainAction();
     EXPECT_EQ(desktop.alerts.shown.back().messageText, "Disconnect Vaskel?");
     controller->removeDomainAction();
-    ASSERT_TRUE(waitUntil([&] { return !controller->domainRegistered(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return !controller->domainRegistered(); }));
     EXPECT_TRUE(QFile::exists(cursor));
     EXPECT_TRUE(menuTitles().contains("Connect Vaskel"));
     controller->openFolder();
@@ -417,10 +413,10 @@ TEST_F(MenuBarControllerTest, MenuActions) {
     EXPECT_EQ(platform::Presentation::shared().activationPolicy(), ActivationPolicy::regular);
     desktop.setup.presented[0].onConnected();
     EXPECT_FALSE(QFile::exists(cursor));
-    ASSERT_TRUE(waitUntil([&] { return controller->domainRegistered(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return controller->domainRegistered(); }));
     writeFile(cursor, "{}");
     desktop.setup.presented[0].onSignedOut();
-    ASSERT_TRUE(waitUntil([&] { return !controller->domainRegistered(); }));
+    ASSERT_TRUE(runEventsUntil([&] { return !controller->domainRegistered(); }));
     EXPECT_FALSE(QFile::exists(cursor));
 }
 
