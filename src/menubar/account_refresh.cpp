@@ -8,7 +8,6 @@
 #include "platform/seam.h"
 #include "platform/user_defaults.h"
 #include "server/account_status.h"
-#include "shared/config.h"
 #include "shared/key_storage.h"
 
 namespace {
