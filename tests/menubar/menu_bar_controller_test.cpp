@@ -56,13 +56,16 @@ protected:
     void answer(const std::string& body, int status = 200) {
         server.script("GET", ME, {.status = status, .body = body});
     }
-    MenuBarController& started() {
+    void started() {
         controller->start();
         EXPECT_TRUE(runEventsUntil([&] { return controller->refreshTimer() != nullptr; }));
-        return *controller;
     }
-    // Waits for what start-up set going: with a domain, two account requests and a signal.
-    void settle() {
+    // Starts configured and connected, and waits for what start-up set going: two account
+    // requests and a signal.
+    void connected() {
+        configure();
+        registerOurDomain();
+        started();
         ASSERT_TRUE(runEventsUntil([&] {
             return controller->lastRefresh().has_value() && server.requests().size() >= 2;
         }));
@@ -131,42 +134,24 @@ TEST_F(MenuBarControllerTest, NotConfiguredShowsSetupAfterAMomentAndRunsBothTime
     EXPECT_EQ(platform::Presentation::shared().activationPolicy(), ActivationPolicy::accessory);
 }
 
-TEST_F(MenuBarControllerTest, WithoutATrayTheUserIsToldOnceHowToReachTheAgent) {
-    desktop.statusBar.button = false;
-    controller->trayGrace = 0.05;
-    started();
-    EXPECT_TRUE(
-        platform.log.messages().contains("status item has no button — menu bar may be full"));
-    ASSERT_TRUE(runEventsUntil([&] { return !desktop.notifications.shown.empty(); }, 1000));
-    EXPECT_EQ(desktop.notifications.shown[0].identifier, "vaskel-no-tray");
-    EXPECT_EQ(item().symbol(), "cloud") << "the item keeps its state for a tray that comes later";
-}
-
-TEST_F(MenuBarControllerTest, AKeychainThatDoesNotAnswerNeverHoldsUpTheTrayItem) {
+TEST_F(MenuBarControllerTest, NeitherAMissingTrayNorAKeychainThatDoesNotAnswerHoldsUpTheItem) {
     configure();
     platform.keychain.hold();
+    desktop.statusBar.button = false;
+    controller->trayGrace = 0.05;
     controller->start();
-    EXPECT_EQ(item().symbol(), "cloud");
-    EXPECT_TRUE(platform.log.messages().contains("status item created"));
+    EXPECT_EQ(item().symbol(), "cloud") << "the item keeps its state for a tray that comes later";
+    EXPECT_TRUE(
+        platform.log.messages().contains("status item has no button — menu bar may be full"));
     EXPECT_EQ(controller->refreshTimer(), nullptr) << "the rest waits for the keychain";
+    // The user is told how to reach the agent.
+    ASSERT_TRUE(runEventsUntil([&] { return !desktop.notifications.shown.empty(); }, 1000));
+    EXPECT_EQ(desktop.notifications.shown[0].identifier, "vaskel-no-tray");
+    EXPECT_EQ(desktop.notifications.shown[0].title, "Vaskel is running");
     platform.keychain.release();
     EXPECT_TRUE(runEventsUntil([&] { return controller->refreshTimer() != nullptr; }));
     EXPECT_TRUE(
         platform.log.messages().contains("config present; checking whether it actually works"));
-}
-
-TEST_F(MenuBarControllerTest, ConfiguredWithDomainConnectsWithoutValidatingTheKey) {
-    configure();
-    answer(accountBody(1, 10));
-    registerOurDomain();
-    started();
-    ASSERT_TRUE(runEventsUntil([&] { return controller->lastRefresh().has_value(); }));
-    EXPECT_TRUE(platform.log.messages().contains("connected; running in the menu bar"));
-    EXPECT_EQ(platform::Presentation::shared().activationPolicy(), ActivationPolicy::accessory);
-    EXPECT_EQ(provider.workingSetSignals(DOMAIN_ID), 1);
-    runEventsUntil([&] { return server.requests().size() >= 2; }, 300);
-    EXPECT_EQ(server.requests().size(), 2u) << "the start-up refresh and the one after connecting";
-    EXPECT_EQ(item().symbol(), "cloud");
 }
 
 TEST_F(MenuBarControllerTest, ConfiguredWithoutDomainRegistersUnderTheServersAddressOrShowsSetup) {
@@ -206,11 +191,14 @@ TEST_F(MenuBarControllerTest, RefusedRegistrationExplainsAndShowsTheDisconnected
     EXPECT_FALSE(controller->domainRegistered());
 }
 
-TEST_F(MenuBarControllerTest, NoticesAreSentOncePerOccasion) {
-    configure();
-    registerOurDomain();
-    started();
-    settle();
+TEST_F(MenuBarControllerTest, ConnectsWithoutValidatingTheKeyAndSendsNoticesOncePerOccasion) {
+    answer(accountBody(1, 10));
+    connected();
+    EXPECT_TRUE(platform.log.messages().contains("connected; running in the menu bar"));
+    EXPECT_EQ(platform::Presentation::shared().activationPolicy(), ActivationPolicy::accessory);
+    EXPECT_EQ(provider.workingSetSignals(DOMAIN_ID), 1);
+    EXPECT_EQ(server.requests().size(), 2u) << "the start-up refresh and the one after connecting";
+
     desktop.notifications.error = "refused";
     const std::pair<std::string, int> fetches[] = {
         {accountBody(10, 10), 1},                            // full
@@ -252,10 +240,7 @@ TEST_F(MenuBarControllerTest, NoticesAreSentOncePerOccasion) {
 }
 
 TEST_F(MenuBarControllerTest, IconFollowsItsPrecedenceAndTheTooltipSaysTheSame) {
-    configure();
-    registerOurDomain();
-    started();
-    settle();
+    connected();
     const QString checked = "Last checked " + shortTime(platform.clock.now);
     struct Case {
         bool paused;
@@ -373,10 +358,7 @@ TEST_F(MenuBarControllerTest, MenuRowsFollowTheSetup) {
 }
 
 TEST_F(MenuBarControllerTest, MenuActions) {
-    configure();
-    registerOurDomain();
-    started();
-    settle();
+    connected();
     const QString cursor = platform.container.dir + "/group.com.norva.vaskel/cursor.json";
 
     controller->openPortal();
@@ -421,10 +403,7 @@ TEST_F(MenuBarControllerTest, MenuActions) {
 }
 
 TEST_F(MenuBarControllerTest, UpdateFlowExplainsThenDownloadsAndQuits) {
-    configure();
-    registerOurDomain();
-    started();
-    settle();
+    connected();
     controller->openUpdate();  // no offer: nothing
     EXPECT_TRUE(desktop.alerts.shown.empty());
     for (const auto& [notes, opening] :

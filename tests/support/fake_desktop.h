@@ -28,7 +28,12 @@ public:
     QMenu* menu = nullptr;
 
     bool hasButton() const override { return button; }
-    bool setSymbol(const QString& name, const QString& text) override;
+    bool setSymbol(const QString& name, const QString& text) override {
+        if (!known.contains(name)) return false;
+        shownSymbol = name;
+        description = text;
+        return true;
+    }
     void clearImage() override { shownSymbol.clear(); }
     void setTitle(const QString& title) override { shownTitle = title; }
     void setToolTip(const QString& toolTip) override { shownToolTip = toolTip; }
@@ -43,18 +48,20 @@ class FakeStatusBar final : public platform::StatusBar {
 public:
     bool button = true;
     FakeStatusItem* item = nullptr;
-    std::unique_ptr<platform::StatusItem> makeStatusItem() override;
+    std::unique_ptr<platform::StatusItem> makeStatusItem() override {
+        auto made = std::make_unique<FakeStatusItem>();
+        made->button = button;
+        item = made.get();
+        return made;
+    }
 };
 
-/// Records notifications; answers authorisation with `granted` and each request with `error`.
+/// Records notifications; grants authorisation and answers each request with `error`.
 class FakeNotificationCenter final : public platform::NotificationCenter {
 public:
-    bool granted = true;
     std::optional<QString> error;
     std::vector<platform::NotificationRequest> shown;
-    void requestAuthorization(std::function<void(bool)> completion) override {
-        completion(granted);
-    }
+    void requestAuthorization(std::function<void(bool)> completion) override { completion(true); }
     void add(const platform::NotificationRequest& request,
              std::function<void(std::optional<QString>)> completion) override {
         shown.push_back(request);
@@ -65,7 +72,11 @@ public:
 class FakeUserDefaults final : public platform::UserDefaults {
 public:
     QVariantMap values;
-    std::optional<QString> string(const QString& key) const override;
+    std::optional<QString> string(const QString& key) const override {
+        const QVariant value = values.value(key);
+        if (value.typeId() != QMetaType::QString) return std::nullopt;
+        return value.toString();
+    }
     bool boolean(const QString& key) const override { return values.value(key).toBool(); }
     void setString(const QString& key, const QString& value) override { values[key] = value; }
     void setBoolean(const QString& key, bool value) override { values[key] = value; }
@@ -77,18 +88,27 @@ class FakeAlerts final : public platform::Alerts {
 public:
     std::deque<int> answers;
     std::vector<platform::Alert> shown;
-    int runModal(const platform::Alert& alert) override;
+    int runModal(const platform::Alert& alert) override {
+        shown.push_back(alert);
+        if (answers.empty()) return platform::ALERT_FIRST_BUTTON;
+        const int answer = answers.front();
+        answers.pop_front();
+        return answer;
+    }
 };
 
+/// Records the addresses opened and the files shown in the file manager.
 class FakeWorkspace final : public platform::Workspace {
 public:
-    bool opens = true;
     std::vector<QUrl> opened;
+    std::vector<QStringList> revealed;
     bool openURL(const QUrl& url) override {
         opened.push_back(url);
-        return opens;
+        return true;
     }
-    void activateFileViewerSelecting(const QStringList&) override {}
+    void activateFileViewerSelecting(const QStringList& paths) override {
+        revealed.push_back(paths);
+    }
 };
 
 class FakeLoginItems final : public platform::LoginItems {

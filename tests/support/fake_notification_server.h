@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QDBusConnection>
 #include <QDBusContext>
+#include <QDBusError>
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
@@ -25,16 +27,26 @@ public:
         QStringList actions;
         QVariantMap hints;
         int timeout = 0;
-        uint id = 0;  // the id the server answered with
     };
 
-    FakeNotificationServer() = default;
     ~FakeNotificationServer() override { stop(); }
 
     /// Takes the server's name; false when that failed.
-    bool start();
+    bool start() {
+        static int count = 0;
+        connectionName_ = QStringLiteral("vaskel-fake-notifications-%1").arg(++count);
+        QDBusConnection bus =
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName_);
+        return bus.isConnected() &&
+               bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), this,
+                                  QDBusConnection::ExportAllSlots) &&
+               bus.registerService(QStringLiteral("org.freedesktop.Notifications"));
+    }
     /// Leaves the bus.
-    void stop();
+    void stop() {
+        if (!connectionName_.isEmpty()) QDBusConnection::disconnectFromBus(connectionName_);
+        connectionName_.clear();
+    }
 
     /// Answer Notify with this error instead of showing the notice.
     bool refuse = false;
@@ -43,14 +55,21 @@ public:
 public Q_SLOTS:
     uint Notify(const QString& appName, uint replacesId, const QString& appIcon,
                 const QString& summary, const QString& body, const QStringList& actions,
-                const QVariantMap& hints, int timeout);
-    QStringList GetCapabilities();
-    QString GetServerInformation(QString& vendor, QString& version, QString& specVersion);
-    void CloseNotification(uint id);
-
-Q_SIGNALS:
-    void NotificationClosed(uint id, uint reason);
-    void ActionInvoked(uint id, const QString& actionKey);
+                const QVariantMap& hints, int timeout) {
+        if (refuse) {
+            sendErrorReply(QDBusError::AccessDenied,
+                           QStringLiteral("notifications are turned off"));
+            return 0;
+        }
+        notices.push_back({appName, replacesId, appIcon, summary, body, actions, hints, timeout});
+        return replacesId != 0 ? replacesId : ++lastId_;
+    }
+    QString GetServerInformation(QString& vendor, QString& version, QString& specVersion) {
+        vendor = QStringLiteral("vaskel-tests");
+        version = QStringLiteral("1");
+        specVersion = QStringLiteral("1.2");
+        return QStringLiteral("fake-notification-server");
+    }
 
 private:
     QString connectionName_;

@@ -1,12 +1,19 @@
 #pragma once
 
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusContext>
+#include <QDBusError>
 #include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
 #include <optional>
+
+#include "support/event_loop_wait.h"
 
 namespace testing_support {
 
@@ -18,9 +25,6 @@ namespace testing_support {
 class FakePanel final : public QObject, protected QDBusContext {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(QStringList RegisteredStatusNotifierItems READ registrations)
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-    Q_PROPERTY(int ProtocolVersion READ protocolVersion)
 
 public:
     /// One entry of the item's menu as the panel reads it.
@@ -31,13 +35,24 @@ public:
         QString label() const { return properties.value(QStringLiteral("label")).toString(); }
     };
 
-    FakePanel() = default;
     ~FakePanel() override { stop(); }
 
     /// Takes the watcher's name; false when that failed.
-    bool start();
+    bool start() {
+        static int count = 0;
+        connectionName_ = QStringLiteral("vaskel-fake-panel-%1").arg(++count);
+        QDBusConnection bus =
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName_);
+        return bus.isConnected() &&
+               bus.registerObject(QStringLiteral("/StatusNotifierWatcher"), this,
+                                  QDBusConnection::ExportAllSlots) &&
+               bus.registerService(QStringLiteral("org.kde.StatusNotifierWatcher"));
+    }
     /// Leaves the bus at once, as a crashing panel does.
-    void stop();
+    void stop() {
+        if (!connectionName_.isEmpty()) QDBusConnection::disconnectFromBus(connectionName_);
+        connectionName_.clear();
+    }
 
     /// Refuse this many registrations before taking one.
     int refusals = 0;
@@ -45,39 +60,92 @@ public:
     int attempts() const { return attempts_; }
     /// The accepted items' service names, in order.
     QStringList registrations() const { return registrations_; }
-    bool waitForRegistrations(int count, int timeoutMs = 5000);
+    bool waitForRegistrations(int count, int timeoutMs = 5000) {
+        return runEventsUntil([&] { return registrations_.size() >= count; }, timeoutMs);
+    }
 
     /// A property of the last registered item; invalid when the call failed. Structures come
     /// as QDBusArgument.
-    QVariant itemProperty(const QString& name);
+    QVariant itemProperty(const QString& name) {
+        if (registrations_.isEmpty()) return {};
+        QDBusMessage get = QDBusMessage::createMethodCall(
+            registrations_.last(), ITEM_PATH, QStringLiteral("org.freedesktop.DBus.Properties"),
+            QStringLiteral("Get"));
+        get << ITEM_INTERFACE << name;
+        const QDBusMessage reply = callAndWait(get);
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return {};
+        return qvariant_cast<QDBusVariant>(reply.arguments().first()).variant();
+    }
     /// Calls `method` of the item's menu with `arguments`; the reply (or error) message.
-    QDBusMessage callMenu(const QString& method, const QVariantList& arguments);
+    QDBusMessage callMenu(const QString& method, const QVariantList& arguments) {
+        const QString path =
+            qvariant_cast<QDBusObjectPath>(itemProperty(QStringLiteral("Menu"))).path();
+        QDBusMessage call = QDBusMessage::createMethodCall(
+            registrations_.value(registrations_.size() - 1), path, MENU_INTERFACE, method);
+        call.setArguments(arguments);
+        return callAndWait(call);
+    }
     /// The whole menu layout and its revision; none when the call failed.
-    std::optional<MenuEntry> menuLayout(uint* revision = nullptr);
+    std::optional<MenuEntry> menuLayout(uint* revision = nullptr) {
+        const QDBusMessage reply = callMenu(QStringLiteral("GetLayout"), {0, -1, QStringList()});
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2) return {};
+        if (revision) *revision = reply.arguments()[0].toUInt();
+        return readEntry(qvariant_cast<QDBusArgument>(reply.arguments()[1]));
+    }
 
     /// Names of the signals the item sent (item and menu), in order of arrival.
     QStringList signalNames() const { return signals_; }
     void clearSignals() { signals_.clear(); }
-    bool waitForSignal(const QString& name, int timeoutMs = 5000);
-
-    bool hostRegistered() const { return true; }
-    int protocolVersion() const { return 0; }
+    bool waitForSignal(const QString& name, int timeoutMs = 5000) {
+        return runEventsUntil([&] { return signals_.contains(name); }, timeoutMs);
+    }
 
 public Q_SLOTS:
-    void RegisterStatusNotifierItem(const QString& service);
-    void RegisterStatusNotifierHost(const QString& service);
-
-Q_SIGNALS:
-    void StatusNotifierItemRegistered(const QString& service);
-    void StatusNotifierItemUnregistered(const QString& service);
-    void StatusNotifierHostRegistered();
+    void RegisterStatusNotifierItem(const QString& service) {
+        ++attempts_;
+        if (refusals > 0) {
+            --refusals;
+            sendErrorReply(QDBusError::AccessDenied, QStringLiteral("the test refuses this item"));
+            return;
+        }
+        // Some items register an object path; the service is then the caller.
+        const QString name = service.startsWith(QLatin1Char('/')) ? message().service() : service;
+        // Every signal of the item and of its menu, whatever its name.
+        connection().connect(name, ITEM_PATH, ITEM_INTERFACE, QString(), this,
+                             SLOT(recordSignal(QDBusMessage)));
+        connection().connect(name, QString(), MENU_INTERFACE, QString(), this,
+                             SLOT(recordSignal(QDBusMessage)));
+        registrations_ << name;
+    }
 
 private Q_SLOTS:
-    void recordSignal(const QDBusMessage& message);
+    void recordSignal(const QDBusMessage& message) { signals_ << message.member(); }
 
 private:
-    QDBusMessage callAndWait(const QDBusMessage& call);
-    QDBusConnection connection() const;
+    static inline const QString ITEM_PATH = QStringLiteral("/StatusNotifierItem");
+    static inline const QString ITEM_INTERFACE = QStringLiteral("org.kde.StatusNotifierItem");
+    static inline const QString MENU_INTERFACE = QStringLiteral("com.canonical.dbusmenu");
+
+    static MenuEntry readEntry(const QDBusArgument& argument) {
+        MenuEntry entry;
+        argument.beginStructure();
+        argument >> entry.id >> entry.properties;
+        argument.beginArray();
+        while (!argument.atEnd()) {
+            QDBusVariant child;
+            argument >> child;
+            entry.children.append(readEntry(qvariant_cast<QDBusArgument>(child.variant())));
+        }
+        argument.endArray();
+        argument.endStructure();
+        return entry;
+    }
+    QDBusMessage callAndWait(const QDBusMessage& call) {
+        QDBusPendingCall pending = connection().asyncCall(call, 5000);
+        runEventsUntil([&] { return pending.isFinished(); }, 6000);
+        return QDBusPendingReply<>(pending).reply();
+    }
+    QDBusConnection connection() const { return QDBusConnection(connectionName_); }
 
     QString connectionName_;
     int attempts_ = 0;
@@ -85,23 +153,39 @@ private:
     QStringList signals_;
 };
 
-/// The shortcut property of a menu entry, e.g. {{"Control", "r"}}.
-QList<QStringList> menuShortcut(const QVariant& value);
-
 /// The pixmaps of an IconPixmap property as (width, height, ARGB bytes in network order).
 struct PanelPixmap {
     int width = 0;
     int height = 0;
     QByteArray bytes;
 };
-QList<PanelPixmap> panelPixmaps(const QVariant& value);
+inline QList<PanelPixmap> panelPixmaps(const QDBusArgument& argument) {
+    QList<PanelPixmap> pixmaps;
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        PanelPixmap pixmap;
+        argument.beginStructure();
+        argument >> pixmap.width >> pixmap.height >> pixmap.bytes;
+        argument.endStructure();
+        pixmaps.append(pixmap);
+    }
+    argument.endArray();
+    return pixmaps;
+}
+inline QList<PanelPixmap> panelPixmaps(const QVariant& value) {
+    return panelPixmaps(qvariant_cast<QDBusArgument>(value));
+}
 
-/// The ToolTip property: (icon name, pixmaps, title, description).
-struct PanelToolTip {
-    QString iconName;
-    QString title;
-    QString description;
-};
-PanelToolTip panelToolTip(const QVariant& value);
+/// The ToolTip property (icon name, pixmaps, title, description): its title and description.
+inline std::pair<QString, QString> panelToolTip(const QVariant& value) {
+    QString iconName, title, description;
+    const auto argument = qvariant_cast<QDBusArgument>(value);
+    argument.beginStructure();
+    argument >> iconName;
+    panelPixmaps(argument);
+    argument >> title >> description;
+    argument.endStructure();
+    return {title, description};
+}
 
 }  // namespace testing_support

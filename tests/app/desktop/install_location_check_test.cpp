@@ -3,38 +3,16 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
-#include "platform/desktop/alerts.h"
 #include "platform/desktop/presentation.h"
-#include "platform/desktop/workspace.h"
+#include "support/fake_desktop.h"
 #include "support/fake_platform.h"
 
 namespace {
 
-class FakeAlerts final : public platform::Alerts {
-public:
-    int answer = platform::ALERT_FIRST_BUTTON;
-    std::vector<platform::Alert> shown;
-    int runModal(const platform::Alert& alert) override {
-        shown.push_back(alert);
-        return answer;
-    }
-};
-
-class FakeWorkspace final : public platform::Workspace {
-public:
-    std::vector<QStringList> revealed;
-    bool openURL(const QUrl&) override { return true; }
-    void activateFileViewerSelecting(const QStringList& paths) override {
-        revealed.push_back(paths);
-    }
-};
-
 TEST(InstallLocationCheck, AlertTextsButtonsAndAnswers) {
     testing_support::FakePlatform platform;
-    FakeAlerts alerts;
-    FakeWorkspace workspace;
+    testing_support::FakeAlerts alerts;
+    testing_support::FakeWorkspace workspace;
     platform::StandIn<platform::Alerts> alertsStandIn{alerts};
     platform::StandIn<platform::Workspace> workspaceStandIn{workspace};
     platform.bundle.bundlePath = "/usr/lib/vaskel";
@@ -46,7 +24,7 @@ TEST(InstallLocationCheck, AlertTextsButtonsAndAnswers) {
     for (const int answer : {platform::ALERT_FIRST_BUTTON + 1, platform::ALERT_FIRST_BUTTON}) {
         SCOPED_TRACE(answer);
         alerts.shown.clear();
-        alerts.answer = answer;
+        alerts.answers = {answer};
         presentation.setActivationPolicy(platform::ActivationPolicy::accessory);
         const int activationsBefore = presentation.activations();
 

@@ -23,10 +23,6 @@ namespace {
 using testing_support::FakePanel;
 using testing_support::runEventsUntil;
 
-std::unique_ptr<platform::StatusItem> makeItem() {
-    return platform::StatusBar::real().makeStatusItem();
-}
-
 // A menu that, like the agent's, is empty until it opens and is rebuilt from scratch each time.
 struct RebuiltMenu {
     QMenu menu;
@@ -61,18 +57,34 @@ struct RebuiltMenu {
     }
 };
 
-const FakePanel::MenuEntry* entryLabelled(const FakePanel::MenuEntry& menu, const QString& label) {
-    for (const FakePanel::MenuEntry& entry : menu.children)
-        if (entry.label() == label) return &entry;
-    return nullptr;
-}
+class SessionBusTray : public ::testing::Test {
+protected:
+    // Starts the panel, makes the item (unless the test made it before) with its menu, and
+    // waits until it has registered.
+    bool shown() {
+        if (!panel.start()) return false;
+        if (!item) item = platform::StatusBar::real().makeStatusItem();
+        item->setMenu(&menu.menu);
+        return panel.waitForRegistrations(1, 10000);
+    }
+    const FakePanel::MenuEntry* entry(const FakePanel::MenuEntry& menu, const QString& label) {
+        for (const FakePanel::MenuEntry& child : menu.children)
+            if (child.label() == label) return &child;
+        ADD_FAILURE() << "no entry " << label.toStdString();
+        return &menu;
+    }
+    QDBusMessage event(int id, const char* name) {
+        return panel.callMenu("Event", {id, name, QVariant::fromValue(QDBusVariant(0)), 0u});
+    }
 
-TEST(SessionBusTray, PanelReadsTheItemIconLabelAndToolTip) {
     FakePanel panel;
-    ASSERT_TRUE(panel.start());
-    auto item = makeItem();
+    RebuiltMenu menu;
+    std::unique_ptr<platform::StatusItem> item;
+};
+
+TEST_F(SessionBusTray, PanelReadsTheItemIconLabelAndToolTip) {
+    ASSERT_TRUE(shown());
     EXPECT_TRUE(item->hasButton());
-    ASSERT_TRUE(panel.waitForRegistrations(1));
     EXPECT_TRUE(panel.registrations()[0].startsWith(
         QStringLiteral("org.kde.StatusNotifierItem-%1-").arg(::getpid())));
 
@@ -104,9 +116,8 @@ TEST(SessionBusTray, PanelReadsTheItemIconLabelAndToolTip) {
         for (qsizetype i = 0; i < pixmap.bytes.size(); i += 4) drawn |= pixmap.bytes[i] != 0;
         EXPECT_TRUE(drawn) << pixmap.width;
     }
-    const auto toolTip = testing_support::panelToolTip(panel.itemProperty("ToolTip"));
-    EXPECT_EQ(toolTip.title, "Vaskel");
-    EXPECT_EQ(toolTip.description, "↓ 0 B/s   ↑ 5 KB/s\nLast checked 10:00");
+    EXPECT_EQ(testing_support::panelToolTip(panel.itemProperty("ToolTip")),
+              (std::pair<QString, QString>("Vaskel", "↓ 0 B/s   ↑ 5 KB/s\nLast checked 10:00")));
 
     // An unknown symbol leaves the icon; clearing it leaves the title alone.
     EXPECT_FALSE(item->setSymbol("no.such.symbol", "Vaskel"));
@@ -118,26 +129,17 @@ TEST(SessionBusTray, PanelReadsTheItemIconLabelAndToolTip) {
     EXPECT_EQ(item->symbol(), "");
 }
 
-TEST(SessionBusTray, SendsOneSignalPerChangeAndNothingForAnIdleTick) {
-    FakePanel panel;
-    ASSERT_TRUE(panel.start());
-    RebuiltMenu menu;
-    auto item = makeItem();
-    item->setMenu(&menu.menu);
-    ASSERT_TRUE(panel.waitForRegistrations(1));
+TEST_F(SessionBusTray, SendsOneSignalPerChangeAndNothingForAnIdleTick) {
+    ASSERT_TRUE(shown());
     ASSERT_TRUE(panel.menuLayout());  // the panel has seen the menu, filled on the way
     ASSERT_TRUE(panel.waitForSignal("LayoutUpdated"));
-
-    auto tick = [&](const QString& symbol, const QString& title, const QString& toolTip) {
-        item->setSymbol(symbol, "Vaskel");
-        item->setTitle(title);
-        item->setToolTip(toolTip);
-        item->setMenu(&menu.menu);
-    };
     panel.clearSignals();
-    tick("cloud", "", "Vaskel\nIdle");
-    tick("cloud", " 1 KB/s", "Vaskel\nIdle");
-    for (int i = 0; i < 5; ++i) tick("cloud", " 1 KB/s", "Vaskel\nIdle");
+    for (const char* title : {"", " 1 KB/s", " 1 KB/s", " 1 KB/s"}) {
+        item->setSymbol("cloud", "Vaskel");
+        item->setTitle(title);
+        item->setToolTip("Vaskel\nIdle");
+        item->setMenu(&menu.menu);
+    }
     item->setSymbol("cloud", "another description");
     // Signals arrive in the order they were sent: anything the idle ticks sent comes first.
     item->setToolTip("Vaskel\nTransfers paused");
@@ -147,14 +149,8 @@ TEST(SessionBusTray, SendsOneSignalPerChangeAndNothingForAnIdleTick) {
     EXPECT_EQ(menu.rebuilds, 1);
 }
 
-TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
-    FakePanel panel;
-    ASSERT_TRUE(panel.start());
-    RebuiltMenu menu;
-    auto item = makeItem();
-    item->setMenu(&menu.menu);
-    ASSERT_TRUE(panel.waitForRegistrations(1));
-
+TEST_F(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
+    ASSERT_TRUE(shown());
     // Asked for before it ever opened, the menu is filled first rather than shown empty.
     uint firstRevision = 0;
     auto layout = panel.menuLayout(&firstRevision);
@@ -162,29 +158,22 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     EXPECT_EQ(menu.rebuilds, 1);
     ASSERT_EQ(layout->children.size(), 7);
     EXPECT_EQ(layout->children[0].properties.value("enabled"), false);
-    const auto* attention = entryLabelled(*layout, "Update__available & more");
-    ASSERT_NE(attention, nullptr);
+    const auto* attention = entry(*layout, "Update__available & more");
     EXPECT_EQ(attention->properties.value("disposition"), "alert");
     EXPECT_FALSE(attention->properties.value("icon-data").toByteArray().isEmpty());
     EXPECT_EQ(layout->children[2].properties.value("type"), "separator");
-    const auto* limits = entryLabelled(*layout, "Download Limit");
-    ASSERT_NE(limits, nullptr);
+    const auto* limits = entry(*layout, "Download Limit");
     EXPECT_EQ(limits->properties.value("children-display"), "submenu");
     ASSERT_EQ(limits->children.size(), 2);
     for (const auto& [index, state] : {std::pair{0, 1}, {1, 0}}) {
         EXPECT_EQ(limits->children[index].properties.value("toggle-type"), "checkmark");
         EXPECT_EQ(limits->children[index].properties.value("toggle-state"), state);
     }
-    const std::pair<const char*, QList<QStringList>> shortcuts[] = {
-        {"Check for Changes Now", {{"Control", "r"}}},
-        {"Account…", {{"Control", "comma"}}},
-    };
-    for (const auto& [label, keys] : shortcuts) {
-        const auto* entry = entryLabelled(*layout, label);
-        ASSERT_NE(entry, nullptr) << label;
-        EXPECT_EQ(testing_support::menuShortcut(entry->properties.value("shortcut")), keys);
-    }
-    EXPECT_NE(entryLabelled(*layout, "Quit Vaskel"), nullptr);
+    for (const auto& [label, key] :
+         {std::pair{"Check for Changes Now", "r"}, {"Account…", "comma"}})
+        EXPECT_EQ(qdbus_cast<QList<QStringList>>(entry(*layout, label)->properties["shortcut"]),
+                  (QList<QStringList>{{"Control", key}}));
+    entry(*layout, "Quit Vaskel");
 
     // Opening rebuilds the menu and announces a new layout.
     ASSERT_TRUE(panel.waitForSignal("LayoutUpdated"));  // the one of the first filling
@@ -200,14 +189,10 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     EXPECT_GT(revision, firstRevision);
 
     // A click triggers the current action once; stale and unknown ids are errors.
-    const auto* refresh = entryLabelled(*layout, "Check for Changes Now");
-    ASSERT_NE(refresh, nullptr);
-    const int refreshId = refresh->id;  // the layout is read again below
-    const QVariantList click{refreshId, "clicked", QVariant::fromValue(QDBusVariant(0)), 0u};
-    ASSERT_EQ(panel.callMenu("Event", click).type(), QDBusMessage::ReplyMessage);
+    const int refreshId = entry(*layout, "Check for Changes Now")->id;
+    ASSERT_EQ(event(refreshId, "clicked").type(), QDBusMessage::ReplyMessage);
     EXPECT_TRUE(runEventsUntil([&] { return menu.refreshes == 1; }));
-    const QVariantList unknown{9999, "clicked", QVariant::fromValue(QDBusVariant(0)), 0u};
-    EXPECT_EQ(panel.callMenu("Event", unknown).type(), QDBusMessage::ErrorMessage);
+    EXPECT_EQ(event(9999, "clicked").type(), QDBusMessage::ErrorMessage);
 
     // Changes to the shown menu go out as property updates, not as a new layout.
     panel.clearSignals();
@@ -215,7 +200,7 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     ASSERT_TRUE(panel.waitForSignal("ItemsPropertiesUpdated"));
     layout = panel.menuLayout();
     ASSERT_TRUE(layout);
-    EXPECT_EQ(entryLabelled(*layout, "Download Limit")->children[0].properties["toggle-state"], 0);
+    EXPECT_EQ(entry(*layout, "Download Limit")->children[0].properties["toggle-state"], 0);
     EXPECT_FALSE(panel.signalNames().contains("LayoutUpdated"));
 
     // A group of clicks triggers the known items and names the unknown ones.
@@ -227,56 +212,44 @@ TEST(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     EXPECT_TRUE(runEventsUntil([&] { return menu.refreshes == 2; }));
 
     // A panel that opens without AboutToShow gets a fresh menu too, but only once per opening.
-    auto event = [&](const char* id) {
-        return panel.callMenu("Event", {0, id, QVariant::fromValue(QDBusVariant(0)), 0u});
-    };
     const int before = menu.rebuilds;
-    event("opened");
+    event(0, "opened");
     EXPECT_EQ(menu.rebuilds, before);  // AboutToShow came first
-    event("closed");
-    event("opened");
+    event(0, "closed");
+    event(0, "opened");
     EXPECT_EQ(menu.rebuilds, before + 1);
-    event("closed");
+    event(0, "closed");
     EXPECT_EQ(menu.refreshes, 2);
 }
 
-TEST(SessionBusTray, RetriesWhenRefusedAndRegistersWithEveryNewWatcher) {
-    FakePanel panel;
-    panel.refusals = 2;
-    ASSERT_TRUE(panel.start());
-    auto item = makeItem();
-    item->setSymbol("pause.circle", "Transfers paused");
-    ASSERT_TRUE(panel.waitForRegistrations(1, 10000));
-    EXPECT_EQ(panel.attempts(), 3);
-
-    // The panel crashes: no tray (the offscreen platform has no XEmbed tray either).
-    panel.stop();
-    ASSERT_TRUE(runEventsUntil([&] { return !item->hasButton(); }));
-    item->setTitle(" 2 MB/s");
-
-    FakePanel restarted;
-    ASSERT_TRUE(restarted.start());
-    ASSERT_TRUE(restarted.waitForRegistrations(1));
-    EXPECT_TRUE(item->hasButton());
-    EXPECT_EQ(restarted.itemProperty("IconName"), "vaskel-pause-circle-symbolic");
-    EXPECT_EQ(restarted.itemProperty("XAyatanaLabel"), " 2 MB/s");
-}
-
-TEST(SessionBusTray, WithoutATrayRemembersAndAppearsWithTheFirstWatcher) {
-    auto item = makeItem();
+TEST_F(SessionBusTray, RemembersItsStateWithoutATrayAndRegistersWithEveryNewWatcher) {
+    // No panel yet, and the offscreen platform has no XEmbed tray either.
+    item = platform::StatusBar::real().makeStatusItem();
     EXPECT_FALSE(item->hasButton());
     EXPECT_TRUE(item->setSymbol("icloud.slash", "Vaskel"));
     item->setToolTip("Vaskel\nNot connected");
     EXPECT_EQ(item->symbol(), "icloud.slash");
     EXPECT_EQ(item->toolTip(), "Vaskel\nNot connected");
 
-    FakePanel panel;
-    ASSERT_TRUE(panel.start());
-    ASSERT_TRUE(panel.waitForRegistrations(1));
+    // The panel that appears refuses twice before it takes the item.
+    panel.refusals = 2;
+    ASSERT_TRUE(shown());
+    EXPECT_EQ(panel.attempts(), 3);
     EXPECT_TRUE(item->hasButton());
     EXPECT_EQ(panel.itemProperty("IconName"), "vaskel-cloud-slash-symbolic");
-    EXPECT_EQ(testing_support::panelToolTip(panel.itemProperty("ToolTip")).description,
-              "Not connected");
+    EXPECT_EQ(testing_support::panelToolTip(panel.itemProperty("ToolTip")).second, "Not connected");
+
+    // The panel crashes; a restarted one shows what changed meanwhile.
+    item->setSymbol("pause.circle", "Transfers paused");
+    panel.stop();
+    ASSERT_TRUE(runEventsUntil([&] { return !item->hasButton(); }));
+    item->setTitle(" 2 MB/s");
+    FakePanel restarted;
+    ASSERT_TRUE(restarted.start());
+    ASSERT_TRUE(restarted.waitForRegistrations(1));
+    EXPECT_TRUE(item->hasButton());
+    EXPECT_EQ(restarted.itemProperty("IconName"), "vaskel-pause-circle-symbolic");
+    EXPECT_EQ(restarted.itemProperty("XAyatanaLabel"), " 2 MB/s");
 }
 
 }  // namespace
