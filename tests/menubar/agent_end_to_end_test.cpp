@@ -20,12 +20,6 @@ namespace {
 
 using namespace testing_support;
 
-QStringList labelsOf(const FakePanel::MenuEntry& menu) {
-    QStringList labels;
-    for (const FakePanel::MenuEntry& entry : menu.children) labels << entry.label();
-    return labels;
-}
-
 TEST(SessionBusAgent, ConnectsShowsTheAccountInTheMenuAndTellsOnceThatItIsFull) {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "ThreadSanitizer cannot follow a process that forks while other threads run";
@@ -77,8 +71,9 @@ TEST(SessionBusAgent, ConnectsShowsTheAccountInTheMenuAndTellsOnceThatItIsFull) 
     ASSERT_TRUE(runEventsUntil(
         [&] {
             panel.callMenu("AboutToShow", {0});
-            const auto layout = panel.menuLayout();
-            labels = layout ? labelsOf(*layout) : QStringList();
+            labels.clear();
+            for (const auto& entry : panel.menuLayout().value_or(FakePanel::MenuEntry()).children)
+                labels << entry.label();
             return labels.contains(glance);
         },
         10'000))

@@ -57,19 +57,22 @@ public:
     /// Refuse this many registrations before taking one.
     int refusals = 0;
     /// Registration calls received, refused ones included.
-    int attempts() const { return attempts_; }
+    int attempts = 0;
     /// The accepted items' service names, in order.
-    QStringList registrations() const { return registrations_; }
+    QStringList registrations;
+    /// Names of the signals the item sent (item and menu), in order of arrival.
+    QStringList signalNames;
+
     bool waitForRegistrations(int count, int timeoutMs = 5000) {
-        return runEventsUntil([&] { return registrations_.size() >= count; }, timeoutMs);
+        return runEventsUntil([&] { return registrations.size() >= count; }, timeoutMs);
     }
 
     /// A property of the last registered item; invalid when the call failed. Structures come
     /// as QDBusArgument.
     QVariant itemProperty(const QString& name) {
-        if (registrations_.isEmpty()) return {};
+        if (registrations.isEmpty()) return {};
         QDBusMessage get = QDBusMessage::createMethodCall(
-            registrations_.last(), ITEM_PATH, QStringLiteral("org.freedesktop.DBus.Properties"),
+            registrations.last(), ITEM_PATH, QStringLiteral("org.freedesktop.DBus.Properties"),
             QStringLiteral("Get"));
         get << ITEM_INTERFACE << name;
         const QDBusMessage reply = callAndWait(get);
@@ -81,7 +84,7 @@ public:
         const QString path =
             qvariant_cast<QDBusObjectPath>(itemProperty(QStringLiteral("Menu"))).path();
         QDBusMessage call = QDBusMessage::createMethodCall(
-            registrations_.value(registrations_.size() - 1), path, MENU_INTERFACE, method);
+            registrations.value(registrations.size() - 1), path, MENU_INTERFACE, method);
         call.setArguments(arguments);
         return callAndWait(call);
     }
@@ -93,16 +96,13 @@ public:
         return readEntry(qvariant_cast<QDBusArgument>(reply.arguments()[1]));
     }
 
-    /// Names of the signals the item sent (item and menu), in order of arrival.
-    QStringList signalNames() const { return signals_; }
-    void clearSignals() { signals_.clear(); }
     bool waitForSignal(const QString& name, int timeoutMs = 5000) {
-        return runEventsUntil([&] { return signals_.contains(name); }, timeoutMs);
+        return runEventsUntil([&] { return signalNames.contains(name); }, timeoutMs);
     }
 
 public Q_SLOTS:
     void RegisterStatusNotifierItem(const QString& service) {
-        ++attempts_;
+        ++attempts;
         if (refusals > 0) {
             --refusals;
             sendErrorReply(QDBusError::AccessDenied, QStringLiteral("the test refuses this item"));
@@ -115,11 +115,11 @@ public Q_SLOTS:
                              SLOT(recordSignal(QDBusMessage)));
         connection().connect(name, QString(), MENU_INTERFACE, QString(), this,
                              SLOT(recordSignal(QDBusMessage)));
-        registrations_ << name;
+        registrations << name;
     }
 
 private Q_SLOTS:
-    void recordSignal(const QDBusMessage& message) { signals_ << message.member(); }
+    void recordSignal(const QDBusMessage& message) { signalNames << message.member(); }
 
 private:
     static inline const QString ITEM_PATH = QStringLiteral("/StatusNotifierItem");
@@ -148,9 +148,6 @@ private:
     QDBusConnection connection() const { return QDBusConnection(connectionName_); }
 
     QString connectionName_;
-    int attempts_ = 0;
-    QStringList registrations_;
-    QStringList signals_;
 };
 
 /// The pixmaps of an IconPixmap property as (width, height, ARGB bytes in network order).

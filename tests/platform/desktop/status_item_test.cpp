@@ -85,7 +85,7 @@ protected:
 TEST_F(SessionBusTray, PanelReadsTheItemIconLabelAndToolTip) {
     ASSERT_TRUE(shown());
     EXPECT_TRUE(item->hasButton());
-    EXPECT_TRUE(panel.registrations()[0].startsWith(
+    EXPECT_TRUE(panel.registrations[0].startsWith(
         QStringLiteral("org.kde.StatusNotifierItem-%1-").arg(::getpid())));
 
     EXPECT_TRUE(item->setSymbol("arrow.up.arrow.down.circle", "Transferring"));
@@ -133,7 +133,7 @@ TEST_F(SessionBusTray, SendsOneSignalPerChangeAndNothingForAnIdleTick) {
     ASSERT_TRUE(shown());
     ASSERT_TRUE(panel.menuLayout());  // the panel has seen the menu, filled on the way
     ASSERT_TRUE(panel.waitForSignal("LayoutUpdated"));
-    panel.clearSignals();
+    panel.signalNames.clear();
     for (const char* title : {"", " 1 KB/s", " 1 KB/s", " 1 KB/s"}) {
         item->setSymbol("cloud", "Vaskel");
         item->setTitle(title);
@@ -143,8 +143,8 @@ TEST_F(SessionBusTray, SendsOneSignalPerChangeAndNothingForAnIdleTick) {
     item->setSymbol("cloud", "another description");
     // Signals arrive in the order they were sent: anything the idle ticks sent comes first.
     item->setToolTip("Vaskel\nTransfers paused");
-    ASSERT_TRUE(runEventsUntil([&] { return panel.signalNames().count("NewToolTip") == 2; }));
-    EXPECT_EQ(panel.signalNames(),
+    ASSERT_TRUE(runEventsUntil([&] { return panel.signalNames.count("NewToolTip") == 2; }));
+    EXPECT_EQ(panel.signalNames,
               QStringList({"NewIcon", "NewToolTip", "XAyatanaNewLabel", "NewToolTip"}));
     EXPECT_EQ(menu.rebuilds, 1);
 }
@@ -177,7 +177,7 @@ TEST_F(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
 
     // Opening rebuilds the menu and announces a new layout.
     ASSERT_TRUE(panel.waitForSignal("LayoutUpdated"));  // the one of the first filling
-    panel.clearSignals();
+    panel.signalNames.clear();
     const QDBusMessage answer = panel.callMenu("AboutToShow", {0});
     ASSERT_EQ(answer.type(), QDBusMessage::ReplyMessage) << answer.errorMessage().toStdString();
     EXPECT_EQ(answer.arguments().value(0), true);
@@ -195,13 +195,13 @@ TEST_F(SessionBusTray, PanelOpensTheRebuiltMenuAndChoosesItems) {
     EXPECT_EQ(event(9999, "clicked").type(), QDBusMessage::ErrorMessage);
 
     // Changes to the shown menu go out as property updates, not as a new layout.
-    panel.clearSignals();
+    panel.signalNames.clear();
     menu.limits->actions().at(0)->setChecked(false);
     ASSERT_TRUE(panel.waitForSignal("ItemsPropertiesUpdated"));
     layout = panel.menuLayout();
     ASSERT_TRUE(layout);
     EXPECT_EQ(entry(*layout, "Download Limit")->children[0].properties["toggle-state"], 0);
-    EXPECT_FALSE(panel.signalNames().contains("LayoutUpdated"));
+    EXPECT_FALSE(panel.signalNames.contains("LayoutUpdated"));
 
     // A group of clicks triggers the known items and names the unknown ones.
     const QList<platform::DBusMenuEvent> group{{refreshId, "clicked", QDBusVariant(0), 0},
@@ -234,7 +234,7 @@ TEST_F(SessionBusTray, RemembersItsStateWithoutATrayAndRegistersWithEveryNewWatc
     // The panel that appears refuses twice before it takes the item.
     panel.refusals = 2;
     ASSERT_TRUE(shown());
-    EXPECT_EQ(panel.attempts(), 3);
+    EXPECT_EQ(panel.attempts, 3);
     EXPECT_TRUE(item->hasButton());
     EXPECT_EQ(panel.itemProperty("IconName"), "vaskel-cloud-slash-symbolic");
     EXPECT_EQ(testing_support::panelToolTip(panel.itemProperty("ToolTip")).second, "Not connected");
