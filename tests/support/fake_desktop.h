@@ -73,9 +73,8 @@ class FakeUserDefaults final : public platform::UserDefaults {
 public:
     QVariantMap values;
     std::optional<QString> string(const QString& key) const override {
-        const QVariant value = values.value(key);
-        if (value.typeId() != QMetaType::QString) return std::nullopt;
-        return value.toString();
+        if (values.value(key).typeId() != QMetaType::QString) return std::nullopt;
+        return values.value(key).toString();
     }
     bool boolean(const QString& key) const override { return values.value(key).toBool(); }
     void setString(const QString& key, const QString& value) override { values[key] = value; }

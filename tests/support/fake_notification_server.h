@@ -64,10 +64,10 @@ public Q_SLOTS:
         notices.push_back({appName, replacesId, appIcon, summary, body, actions, hints, timeout});
         return replacesId != 0 ? replacesId : ++lastId_;
     }
-    QString GetServerInformation(QString& vendor, QString& version, QString& specVersion) {
+    QString GetServerInformation(QString& vendor, QString& version, QString& protocolVersion) {
         vendor = QStringLiteral("vaskel-tests");
         version = QStringLiteral("1");
-        specVersion = QStringLiteral("1.2");
+        protocolVersion = QStringLiteral("1.2");
         return QStringLiteral("fake-notification-server");
     }
 
