@@ -334,22 +334,23 @@ TEST_F(MenuBarControllerTest, MenuRowsFollowTheSetup) {
     EXPECT_EQ(menuItem("Update available: Vaskel 2.0 – Download…")->toolTip(), "Notes");
     EXPECT_TRUE(menuItem("Open at Login")->isChecked());
 
-    const auto checkedIn = [&](const QString& submenu) {
-        QStringList checked;
-        for (QAction* preset : menuItem(submenu)->menu()->actions())
-            if (preset->isChecked()) checked << preset->text();
-        return checked;
-    };
-    EXPECT_EQ(checkedIn("Download Limit"), QStringList{"Unlimited"});
-    EXPECT_EQ(checkedIn("Upload Limit"), QStringList{"5 MB/s"});
-
-    // Choosing presets and pausing only write the configuration.
-    menuItem("Download Limit")->menu()->actions()[3]->trigger();
-    menuItem("Upload Limit")->menu()->actions()[0]->trigger();
+    // Each limit: the preset checked now, and what choosing another one writes.
+    const std::tuple<const char*, const char*, int, const char*, int> limits[] = {
+        {"Download Limit", "Unlimited", 3, "max_download_kbps", 1000},
+        {"Upload Limit", "5 MB/s", 0, "max_upload_kbps", 0}};
+    for (const auto& [submenu, checked, choice, key, kbps] : limits) {
+        const QList<QAction*> presets = menuItem(submenu)->menu()->actions();
+        QStringList on;
+        for (QAction* preset : presets)
+            if (preset->isChecked()) on << preset->text();
+        EXPECT_EQ(on, QStringList{checked}) << submenu;
+        presets[choice]->trigger();
+        EXPECT_EQ(Shared::readConfig()[key], kbps) << submenu;
+    }
+    // Resuming writes the configuration too; an action with data of another shape changes
+    // nothing.
     menuItem("Resume Transfers")->trigger();
     const QJsonObject config = Shared::readConfig();
-    EXPECT_EQ(config["max_download_kbps"], 1000);
-    EXPECT_EQ(config["max_upload_kbps"], 0);
     EXPECT_EQ(config["transfers_paused"], false);
     QAction odd;
     odd.setData(QVariantList{42, "x"});
