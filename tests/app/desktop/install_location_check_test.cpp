@@ -11,10 +11,8 @@ namespace {
 
 TEST(InstallLocationCheck, AlertTextsButtonsAndAnswers) {
     testing_support::FakePlatform platform;
-    testing_support::FakeAlerts alerts;
-    testing_support::FakeWorkspace workspace;
-    platform::StandIn<platform::Alerts> alertsStandIn{alerts};
-    platform::StandIn<platform::Workspace> workspaceStandIn{workspace};
+    testing_support::FakeDesktop desktop;
+    auto& alerts = desktop.alerts;
     platform.bundle.bundlePath = "/usr/lib/vaskel";
     EXPECT_FALSE(refuseBadInstallLocation());
     EXPECT_TRUE(alerts.shown.empty());
@@ -38,7 +36,7 @@ TEST(InstallLocationCheck, AlertTextsButtonsAndAnswers) {
         EXPECT_EQ(alerts.shown[0].informativeText, *VaskelHost::installLocationProblem());
         EXPECT_EQ(alerts.shown[0].buttons, (QStringList{"Show Applications Folder", "Quit"}));
     }
-    EXPECT_EQ(workspace.revealed, std::vector{QStringList{"/Applications"}})
+    EXPECT_EQ(desktop.workspace.revealed, std::vector{QStringList{"/Applications"}})
         << "only the first button reveals the folder";
 }
 
