@@ -6,7 +6,6 @@
 
 #include "support/loopback_server.h"
 #include "support/qt_printing.h"
-#include "support/test_certificate.h"
 
 namespace testing_support {
 

@@ -97,26 +97,28 @@ std::vector<StoredItem> itemsWithService(const QString& service) {
 }
 
 bool storeRawItem(const platform::KeychainItem& item) {
-    Service session;
-    if (!session.service) return false;
-    SecretCollection* collection = secret_collection_for_alias_sync(
-        session.service, SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, nullptr, nullptr);
-    if (!collection) return false;
+    // Matched by its attributes alone, as the keychain's own lookups match.
+    static const SecretSchema schema = [] {
+        SecretSchema s{};
+        s.name = "com.norva.test.raw";
+        s.flags = SECRET_SCHEMA_DONT_MATCH_NAME;
+        s.attributes[0] = {"service", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[1] = {"access-group", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[2] = {"account", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        return s;
+    }();
     GHashTable* attributes = newAttributes();
     put(attributes, "service", item.service);
     put(attributes, "access-group", item.accessGroup);
     put(attributes, "account", item.account);
     SecretValue* value =
         secret_value_new(item.secret.constData(), item.secret.size(), "application/octet-stream");
-    SecretItem* created =
-        secret_item_create_sync(collection, nullptr, attributes, item.label.toUtf8().constData(),
-                                value, SECRET_ITEM_CREATE_NONE, nullptr, nullptr);
+    const bool stored = secret_password_storev_binary_sync(
+        &schema, attributes, SECRET_COLLECTION_DEFAULT, item.label.toUtf8().constData(), value,
+        nullptr, nullptr);
     secret_value_unref(value);
     g_hash_table_unref(attributes);
-    g_object_unref(collection);
-    if (!created) return false;
-    g_object_unref(created);
-    return true;
+    return stored;
 }
 
 int openSessions() {
