@@ -56,6 +56,11 @@ TEST_F(SecretService, SavedKeyIsOneLabelledItemReadFromAnyThreadLeavingNoSession
     const int sessions = session::openSessions();
     ASSERT_GE(sessions, 0);
     ASSERT_EQ(KeychainStore::saveKey(key, "two@example.com"), status::SUCCESS);
+    std::vector<std::future<std::optional<QString>>> readers;
+    for (int i = 0; i < 3; ++i)
+        readers.push_back(std::async(std::launch::async, [] { return KeychainStore::readKey(); }));
+    for (auto& reader : readers) EXPECT_EQ(reader.get(), key);
+    EXPECT_EQ(session::openSessions(), sessions);
 
     const auto items = ourItems();
     ASSERT_EQ(items.size(), 1u) << "saving again must replace the item";
@@ -64,11 +69,6 @@ TEST_F(SecretService, SavedKeyIsOneLabelledItemReadFromAnyThreadLeavingNoSession
     EXPECT_EQ(items[0].attributes.value("access-group"), "group.com.norva.vaskel");
     EXPECT_EQ(items[0].attributes.value("account"), "two@example.com");
     EXPECT_EQ(items[0].secret, key.toUtf8());
-    std::vector<std::future<std::optional<QString>>> readers;
-    for (int i = 0; i < 3; ++i)
-        readers.push_back(std::async(std::launch::async, [] { return KeychainStore::readKey(); }));
-    for (auto& reader : readers) EXPECT_EQ(reader.get(), key);
-    EXPECT_EQ(session::openSessions(), sessions);
 }
 
 TEST_F(SecretService, DeleteRemovesOnlyOurItemAndUnusableSecretsReadAsNoKey) {

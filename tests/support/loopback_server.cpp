@@ -5,10 +5,10 @@
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 #include <poll.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <sstream>
 #include <stdexcept>
@@ -71,11 +71,8 @@ QSslCertificate TestCertificate::qtCertificate() const {
 }
 
 std::optional<std::string> RecordedRequest::header(const std::string& name) const {
-    for (const auto& [key, value] : headers) {
-        if (std::equal(key.begin(), key.end(), name.begin(), name.end(),
-                       [](char a, char b) { return std::tolower(a) == std::tolower(b); }))
-            return value;
-    }
+    for (const auto& [key, value] : headers)
+        if (::strcasecmp(key.c_str(), name.c_str()) == 0) return value;
     return std::nullopt;
 }
 

@@ -58,7 +58,6 @@ public:
     bool owned() const { return owned_; }
 
 private:
-    void* connection_ = nullptr;  // GDBusConnection
     bool owned_ = false;
 };
 
