@@ -165,34 +165,32 @@ bool LoopbackServer::readable(Connection& connection, std::chrono::milliseconds 
 // sent less.
 std::optional<RecordedRequest> LoopbackServer::readRequest(Connection& connection) {
     std::string bytes;
-    RecordedRequest request;
-    for (size_t head = std::string::npos;;) {
-        if (head == std::string::npos && (head = bytes.find("\r\n\r\n")) != std::string::npos) {
-            std::istringstream lines(bytes.substr(0, head));
-            std::string line;
-            std::getline(lines, line);
-            std::istringstream(line) >> request.method >> request.path;
-            request.path = request.path.substr(0, request.path.find('?'));
-            while (std::getline(lines, line)) {
-                const size_t colon = line.find(':');
-                const size_t value = line.find_first_not_of(' ', colon + 1);
-                if (colon != std::string::npos)
-                    request.headers.emplace_back(line.substr(0, colon),
-                                                 line.substr(value, line.find('\r') - value));
-            }
-        }
-        if (head != std::string::npos) {
-            const size_t length = std::stoul(request.header("Content-Length").value_or("0"));
-            if (bytes.size() >= head + 4 + length) {
-                request.body = bytes.substr(head + 4, length);
-                return request;
-            }
-        }
+    const auto readMore = [&] {
         char buffer[4096];
         const long count = readable(connection, 2s) ? connection.read(buffer, sizeof buffer) : 0;
-        if (count <= 0) return std::nullopt;
-        bytes.append(buffer, size_t(count));
+        if (count > 0) bytes.append(buffer, size_t(count));
+        return count > 0;
+    };
+    size_t head;
+    while ((head = bytes.find("\r\n\r\n")) == std::string::npos)
+        if (!readMore()) return std::nullopt;
+    RecordedRequest request;
+    std::istringstream lines(bytes.substr(0, head + 2));
+    std::string line;
+    std::getline(lines, line);
+    std::istringstream(line) >> request.method >> request.path;
+    request.path = request.path.substr(0, request.path.find('?'));
+    while (std::getline(lines, line)) {
+        const size_t colon = line.find(':'), value = line.find_first_not_of(' ', colon + 1);
+        if (colon != std::string::npos)
+            request.headers.emplace_back(line.substr(0, colon),
+                                         line.substr(value, line.size() - value - 1));
     }
+    const size_t end = head + 4 + std::stoul(request.header("Content-Length").value_or("0"));
+    while (bytes.size() < end)
+        if (!readMore()) return std::nullopt;
+    request.body = bytes.substr(head + 4, end - head - 4);
+    return request;
 }
 
 void LoopbackServer::serve(int socket) {
