@@ -48,6 +48,7 @@ struct ScriptedReply {
     std::optional<std::vector<std::string>> raw{};
     End end = End::close;
 
+    /// Exactly `pieces`, `pause` before each, then `end`.
     static ScriptedReply bytes(std::vector<std::string> pieces, End end = End::close,
                                std::chrono::milliseconds pause = {}) {
         return {.delay = pause, .raw = std::move(pieces), .end = end};
