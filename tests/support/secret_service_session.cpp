@@ -6,9 +6,6 @@
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 
-#include <cstdlib>
-#include <cstring>
-
 namespace testing_support::secret_service {
 namespace {
 
@@ -42,23 +39,6 @@ public:
 };
 
 }  // namespace
-
-Environment environment() {
-    const char* value = std::getenv("VASKEL_TEST_SECRET_SERVICE");
-    if (!value) return Environment::none;
-    if (std::strcmp(value, "keyring") == 0) return Environment::keyring;
-    if (std::strcmp(value, "absent") == 0) return Environment::absent;
-    if (std::strcmp(value, "no-bus") == 0) return Environment::noBus;
-    return Environment::none;
-}
-
-QString skipReason(Environment wanted) {
-    const char* what = wanted == Environment::keyring  ? "with a private gnome-keyring"
-                       : wanted == Environment::absent ? "with --no-secret-service"
-                                                       : "with --no-bus";
-    return QStringLiteral("runs only inside scripts/with-secret-service %1 (ctest label keychain)")
-        .arg(QLatin1String(what));
-}
 
 std::vector<StoredItem> itemsWithService(const QString& service) {
     std::vector<StoredItem> result;
