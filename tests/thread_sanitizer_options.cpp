@@ -1,9 +1,9 @@
-// ThreadSanitizer settings of the test programs. Qt, GLib, OpenSSL and cpp-httplib are not built
-// with the sanitizer: their locks are invisible to it, so the memory they allocate on one thread
-// and free on another, and the wake-up descriptors of their event loops, would be reported as
-// races. Calls made from those libraries, and what Qt DBus reads on its own thread, are left
-// out; our own code, including everything it
-// runs from Qt's event loops and every hand-over it makes between threads, stays checked.
+// ThreadSanitizer settings of the test programs. Qt, GLib and OpenSSL are not built with the
+// sanitizer: their locks are invisible to it, so the memory they allocate on one thread and free
+// on another, and the wake-up descriptors of their event loops, would be reported as races.
+// Calls made from those libraries, and what Qt DBus reads on its own thread, are left out; our
+// own code, including everything it runs from Qt's event loops and every hand-over it makes
+// between threads, stays checked.
 #if defined(__SANITIZE_THREAD__)
 
 extern "C" const char* __tsan_default_suppressions() {
@@ -17,7 +17,6 @@ extern "C" const char* __tsan_default_suppressions() {
            "called_from_lib:libcrypto.so.3\n"
            "called_from_lib:libssl.so.3\n"
            "called_from_lib:libqopensslbackend.so\n"
-           "called_from_lib:libcpp-httplib.so.0.11\n"
            // Qt DBus writes our values out, and looks the exported objects up, on its own
            // thread, under its own locks.
            "race:QDBusMetaType::marshall\n"

@@ -14,40 +14,64 @@ namespace testing_support {
 /// which they were added; a lookup gives the newest match. Each operation can be made to refuse
 /// with a chosen status. Thread-safe.
 class FakeKeychain final : public platform::KeychainBackend {
+    template <class Action>
+    auto locked(Action action) const {
+        std::lock_guard lock(mutex_);
+        return action();
+    }
+
 public:
-    FakeKeychain() = default;
+    using Refusal = std::optional<platform::OSStatus>;
 
     Lookup copyMatching(const platform::KeychainQuery& query) override;
     platform::OSStatus add(const platform::KeychainItem& item) override;
     platform::OSStatus deleteMatching(const platform::KeychainQuery& query) override;
-    bool readableAcrossSession() const override;
+    bool readableAcrossSession() const override {
+        return locked([&] { return readableAcrossSession_; });
+    }
 
     /// Makes the operation answer `status` without doing anything; none to work again.
-    void refuseCopy(std::optional<platform::OSStatus> status);
-    void refuseAdd(std::optional<platform::OSStatus> status);
-    void refuseDelete(std::optional<platform::OSStatus> status);
+    void refuseCopy(Refusal status) {
+        locked([&] { refuseCopy_ = status; });
+    }
+    void refuseAdd(Refusal status) {
+        locked([&] { refuseAdd_ = status; });
+    }
+    void refuseDelete(Refusal status) {
+        locked([&] { refuseDelete_ = status; });
+    }
     /// Refuses every operation with `status`, as a locked or missing keychain would.
-    void refuseAll(platform::OSStatus status);
+    void refuseAll(platform::OSStatus status) {
+        locked([&] { refuseCopy_ = refuseAdd_ = refuseDelete_ = status; });
+    }
 
     /// Whether the product's other components read the items (the action-UI extension).
-    void setReadableAcrossSession(bool readable);
+    void setReadableAcrossSession(bool readable) {
+        locked([&] { readableAcrossSession_ = readable; });
+    }
 
     /// While held, lookups wait, as with a keychain that does not answer, until `release()`.
-    void hold();
-    void release();
+    void hold() {
+        locked([&] { held_ = true; });
+    }
+    void release() {
+        locked([&] { held_ = false; });
+        released_.notify_all();
+    }
     /// Puts an item in place directly, bypassing refusals (raw bytes, any attributes).
-    void insert(const platform::KeychainItem& item);
-    std::vector<platform::KeychainItem> items() const;
+    void insert(const platform::KeychainItem& item) {
+        locked([&] { items_.push_back(item); });
+    }
+    std::vector<platform::KeychainItem> items() const {
+        return locked([&] { return items_; });
+    }
 
 private:
     mutable std::mutex mutex_;
-    std::vector<platform::KeychainItem> items_;
-    std::optional<platform::OSStatus> refuseCopy_;
-    std::optional<platform::OSStatus> refuseAdd_;
-    std::optional<platform::OSStatus> refuseDelete_;
-    bool readableAcrossSession_ = true;
-    std::mutex holdMutex_;
     std::condition_variable released_;
+    std::vector<platform::KeychainItem> items_;
+    Refusal refuseCopy_, refuseAdd_, refuseDelete_;
+    bool readableAcrossSession_ = true;
     bool held_ = false;
     platform::StandIn<platform::KeychainBackend> standIn_{*this};
 };

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QDir>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 #include <mutex>
 #include <optional>
@@ -28,7 +30,10 @@ class FakeContainer final : public platform::AppGroupContainer {
 public:
     QString dir;
     bool available = true;
-    std::optional<QString> path(const QString& group) const override;
+    std::optional<QString> path(const QString& group) const override {
+        const QString folder = dir + QLatin1Char('/') + group;
+        return available && QDir().mkpath(folder) ? std::optional(folder) : std::nullopt;
+    }
 };
 
 class FakeClock final : public platform::Clock {
@@ -57,11 +62,24 @@ struct LogLine {
 class CaptureLog final : public platform::LogSink {
 public:
     void write(platform::LogLevel level, std::string_view subsystem, std::string_view category,
-               const QString& message) override;
-    std::vector<LogLine> lines() const;
+               const QString& message) override {
+        std::lock_guard lock(mutex_);
+        lines_.push_back({level, std::string(subsystem), std::string(category), message});
+    }
+    std::vector<LogLine> lines() const {
+        std::lock_guard lock(mutex_);
+        return lines_;
+    }
     /// The messages alone, in order.
-    QStringList messages() const;
-    void clear();
+    QStringList messages() const {
+        QStringList result;
+        for (const LogLine& line : lines()) result << line.message;
+        return result;
+    }
+    void clear() {
+        std::lock_guard lock(mutex_);
+        lines_.clear();
+    }
 
 private:
     mutable std::mutex mutex_;
@@ -73,7 +91,11 @@ private:
 /// keychain.
 class FakePlatform {
 public:
-    FakePlatform();
+    FakePlatform() {
+        home.dir = root.path() + QStringLiteral("/home");
+        container.dir = root.path() + QStringLiteral("/container");
+        QDir().mkpath(home.dir);
+    }
 
     QTemporaryDir root;
     FakeHome home;

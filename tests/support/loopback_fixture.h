@@ -4,9 +4,9 @@
 
 #include <memory>
 
+#include "platform/network_session.h"
 #include "support/loopback_server.h"
 #include "support/qt_printing.h"
-#include "support/test_certificate.h"
 
 namespace testing_support {
 
@@ -15,16 +15,26 @@ namespace testing_support {
 /// end the session drops its connections before the server stops.
 class LoopbackTest : public ::testing::TestWithParam<Transport> {
 protected:
-    void SetUp() override;
-    void TearDown() override;
-
-    /// The certificate of the HTTPS servers, made once per run.
-    static const TestCertificate& certificate();
+    void SetUp() override {
+        static const TestCertificate certificate = TestCertificate::generate();  // once per run
+        platform::NetworkSession::shared().setExtraTrustedCertificates(
+            {certificate.qtCertificate()});
+        server = std::make_unique<LoopbackServer>(GetParam(), &certificate);
+    }
+    void TearDown() override {
+        platform::NetworkSession& session = platform::NetworkSession::shared();
+        session.reset();
+        server->stop();
+        session.setExtraTrustedCertificates({});
+        session.setTimeoutCap(std::nullopt);
+    }
 
     std::unique_ptr<LoopbackServer> server;
 };
 
 /// "http" or "https", for test names.
-std::string transportName(const ::testing::TestParamInfo<Transport>& info);
+inline std::string transportName(const ::testing::TestParamInfo<Transport>& info) {
+    return info.param == Transport::https ? "https" : "http";
+}
 
 }  // namespace testing_support

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <openssl/ssl.h>
+
+#include <QSslCertificate>
 #include <QString>
 #include <chrono>
 #include <condition_variable>
@@ -12,31 +15,50 @@
 #include <utility>
 #include <vector>
 
-#include "support/test_certificate.h"
-
-namespace httplib {
-class Server;
-}
-
 namespace testing_support {
 
-/// How a scripted route answers.
-struct ScriptedReply {
-    int status = 200;
-    std::string body{};
-    std::string contentType = "application/json";
-    std::vector<std::pair<std::string, std::string>> headers{};
-    /// Waits this long before answering (cut short when the server stops).
-    std::chrono::milliseconds delay{0};
-    /// Sends the status line, the headers with the full length, half the body, then closes.
-    bool dropMidBody = false;
+/// What a generated certificate is for and when it is valid.
+struct CertificateOptions {
+    std::vector<std::string> ipAddresses{"127.0.0.1"};
+    std::chrono::seconds validFrom{-3600};  // relative to now
+    std::chrono::seconds validUntil{24 * 3600};
 };
 
-/// One request as the server saw it. Header names are compared without regard to case.
+/// A self-signed certificate and its key, made at test time, so that no key material lives in
+/// the repository.
+struct TestCertificate {
+    std::shared_ptr<X509> certificate;
+    std::shared_ptr<EVP_PKEY> key;
+
+    static TestCertificate generate(const CertificateOptions& options = {});
+    /// The certificate as Qt's TLS configuration takes it.
+    QSslCertificate qtCertificate() const;
+};
+
+/// How a route answers: a well-formed answer with a JSON content type, or, with `raw`, exactly
+/// those bytes in pieces, for the answers a real server never gives (not HTTP, cut short,
+/// trickling). Before each piece (a formatted answer is one) it waits `delay`, cut short when
+/// the server stops; then it ends the connection as `end` says.
+struct ScriptedReply {
+    enum class End { close, reset, hold };
+    int status = 200;
+    std::string body{};
+    std::vector<std::pair<std::string, std::string>> headers{};
+    std::chrono::milliseconds delay{0};
+    std::optional<std::vector<std::string>> raw{};
+    End end = End::close;
+
+    /// Exactly `pieces`, `pause` before each, then `end`.
+    static ScriptedReply bytes(std::vector<std::string> pieces, End end = End::close,
+                               std::chrono::milliseconds pause = {}) {
+        return {.delay = pause, .raw = std::move(pieces), .end = end};
+    }
+};
+
+/// One request as the server read it. Header names are compared without regard to case.
 struct RecordedRequest {
     std::string method;
     std::string path;
-    std::string query;
     std::vector<std::pair<std::string, std::string>> headers{};
     std::string body{};
 
@@ -46,10 +68,9 @@ struct RecordedRequest {
 
 enum class Transport { http, https };
 
-/// A storage server on 127.0.0.1 for tests: plain HTTP, or HTTPS with a given certificate. Each
-/// route (method and path) answers as scripted; anything else gets 404. Every request is
-/// recorded with its headers and body. Stop the client's connections (NetworkSession::reset)
-/// before the server goes away: a kept-alive connection holds up stopping.
+/// A storage server on 127.0.0.1 for tests: plain HTTP, or HTTPS with a given certificate. It
+/// reads one request per connection, records it, answers it as scripted for its method and path
+/// (404 for anything else) and ends the connection. Connections are served in parallel.
 class LoopbackServer {
 public:
     explicit LoopbackServer(Transport transport = Transport::http,
@@ -60,7 +81,6 @@ public:
 
     /// "http://127.0.0.1:PORT" or "https://127.0.0.1:PORT".
     QString origin() const;
-    int port() const { return port_; }
 
     /// Sets how `method` `path` answers from now on.
     void script(const std::string& method, const std::string& path, ScriptedReply reply);
@@ -68,16 +88,21 @@ public:
     std::vector<RecordedRequest> requests() const;
     void clearRequests();
 
-    /// Stops listening; idempotent.
+    /// Stops listening and ends every connection; idempotent.
     void stop();
 
 private:
-    void handle(const void* request, void* response);
+    struct Connection;
+    void serve(int socket);
+    bool readable(Connection& connection, std::chrono::milliseconds wait);
+    std::optional<RecordedRequest> readRequest(Connection& connection);
+    bool stopped();
 
-    Transport transport_;
-    std::unique_ptr<httplib::Server> server_;
-    std::thread thread_;
+    std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> tls_;
+    int listener_ = -1;
     int port_ = 0;
+    std::thread acceptor_;
+    std::vector<std::thread> connections_;
 
     mutable std::mutex mutex_;
     std::condition_variable stopping_;

@@ -1,6 +1,5 @@
 #include "support/run_program.h"
 
-#include <QElapsedTimer>
 #include <QProcess>
 
 namespace testing_support {
@@ -36,8 +35,6 @@ ProgramRun runVaskel(const QStringList& arguments, const QString& home,
                      const QProcessEnvironment& extra, double timeoutSeconds) {
     QProcess process;
     process.setProcessEnvironment(vaskelEnvironment(home, extra));
-    QElapsedTimer clock;
-    clock.start();
     process.start(vaskelExecutable(), arguments);
     ProgramRun run;
     if (!process.waitForStarted(5000)) return run;
@@ -48,7 +45,6 @@ ProgramRun runVaskel(const QStringList& arguments, const QString& home,
     } else if (process.exitStatus() == QProcess::NormalExit) {
         run.exitStatus = process.exitCode();
     }
-    run.seconds = double(clock.nsecsElapsed()) / 1e9;
     run.standardOutput = process.readAllStandardOutput();
     run.standardError = process.readAllStandardError();
     return run;

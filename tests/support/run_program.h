@@ -10,7 +10,6 @@ struct ProgramRun {
     int exitStatus = -1;  // -1 when it did not end normally (crash, time-out)
     QByteArray standardOutput;
     QByteArray standardError;
-    double seconds = 0;  // wall time
 };
 
 /// The environment of the built vaskel under test: home directory (user database and HOME)
@@ -21,9 +20,8 @@ QProcessEnvironment vaskelEnvironment(const QString& home, const QProcessEnviron
 /// The path of the built vaskel executable.
 QString vaskelExecutable();
 
-/// Runs the built vaskel executable with `arguments` and waits up to `timeoutSeconds`. Its home
-/// directory (user database and HOME) is `home`, its XDG folders live under `home`, and it has no
-/// display and no session bus unless `environment` gives them.
+/// Runs the built vaskel executable with `arguments` in vaskelEnvironment(home, extra) and waits
+/// up to `timeoutSeconds`.
 ProgramRun runVaskel(const QStringList& arguments, const QString& home,
                      const QProcessEnvironment& extra = {}, double timeoutSeconds = 30);
 

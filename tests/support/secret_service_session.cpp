@@ -2,13 +2,15 @@
 
 #include <libsecret/secret.h>
 
-#include <cstdlib>
-#include <cstring>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
 
 namespace testing_support::secret_service {
 namespace {
 
 constexpr const char* SECRET_SERVICE_NAME = "org.freedesktop.secrets";
+constexpr const char* SILENT_PEER = "silent-secret-service";
 
 struct Service {
     SecretService* service = nullptr;
@@ -29,34 +31,14 @@ void put(GHashTable* attributes, const char* name, const QString& value) {
     g_hash_table_insert(attributes, g_strdup(name), g_strdup(value.toUtf8().constData()));
 }
 
-// Drops every method call that arrives, so callers wait for an answer that never comes.
-GDBusMessage* dropIncomingCalls(GDBusConnection*, GDBusMessage* message, gboolean incoming,
-                                gpointer) {
-    if (incoming && g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
-        g_object_unref(message);
-        return nullptr;
-    }
-    return message;
-}
+// Takes every call on every path and answers none of them.
+class Unanswering final : public QDBusVirtualObject {
+public:
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage&, const QDBusConnection&) override { return true; }
+};
 
 }  // namespace
-
-Environment environment() {
-    const char* value = std::getenv("VASKEL_TEST_SECRET_SERVICE");
-    if (!value) return Environment::none;
-    if (std::strcmp(value, "keyring") == 0) return Environment::keyring;
-    if (std::strcmp(value, "absent") == 0) return Environment::absent;
-    if (std::strcmp(value, "no-bus") == 0) return Environment::noBus;
-    return Environment::none;
-}
-
-QString skipReason(Environment wanted) {
-    const char* what = wanted == Environment::keyring  ? "with a private gnome-keyring"
-                       : wanted == Environment::absent ? "with --no-secret-service"
-                                                       : "with --no-bus";
-    return QStringLiteral("runs only inside scripts/with-secret-service %1 (ctest label keychain)")
-        .arg(QLatin1String(what));
-}
 
 std::vector<StoredItem> itemsWithService(const QString& service) {
     std::vector<StoredItem> result;
@@ -97,42 +79,36 @@ std::vector<StoredItem> itemsWithService(const QString& service) {
 }
 
 bool storeRawItem(const platform::KeychainItem& item) {
-    Service session;
-    if (!session.service) return false;
-    SecretCollection* collection = secret_collection_for_alias_sync(
-        session.service, SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, nullptr, nullptr);
-    if (!collection) return false;
+    // Matched by its attributes alone, as the keychain's own lookups match.
+    static const SecretSchema schema = [] {
+        SecretSchema s{};
+        s.name = "com.norva.test.raw";
+        s.flags = SECRET_SCHEMA_DONT_MATCH_NAME;
+        s.attributes[0] = {"service", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[1] = {"access-group", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[2] = {"account", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        return s;
+    }();
     GHashTable* attributes = newAttributes();
     put(attributes, "service", item.service);
     put(attributes, "access-group", item.accessGroup);
     put(attributes, "account", item.account);
     SecretValue* value =
         secret_value_new(item.secret.constData(), item.secret.size(), "application/octet-stream");
-    SecretItem* created =
-        secret_item_create_sync(collection, nullptr, attributes, item.label.toUtf8().constData(),
-                                value, SECRET_ITEM_CREATE_NONE, nullptr, nullptr);
+    const bool stored = secret_password_storev_binary_sync(
+        &schema, attributes, SECRET_COLLECTION_DEFAULT, item.label.toUtf8().constData(), value,
+        nullptr, nullptr);
     secret_value_unref(value);
     g_hash_table_unref(attributes);
-    g_object_unref(collection);
-    if (!created) return false;
-    g_object_unref(created);
-    return true;
+    return stored;
 }
 
 int openSessions() {
-    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
-    if (!bus) return -1;
-    GVariant* reply = g_dbus_connection_call_sync(
-        bus, SECRET_SERVICE_NAME, "/org/freedesktop/secrets/session",
-        "org.freedesktop.DBus.Introspectable", "Introspect", nullptr, G_VARIANT_TYPE("(s)"),
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    g_object_unref(bus);
-    if (!reply) return -1;
-    const gchar* xml = nullptr;
-    g_variant_get(reply, "(&s)", &xml);
-    const int count = int(QByteArray(xml).count("<node name="));
-    g_variant_unref(reply);
-    return count;
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(
+        QDBusMessage::createMethodCall(SECRET_SERVICE_NAME, "/org/freedesktop/secrets/session",
+                                       "org.freedesktop.DBus.Introspectable", "Introspect"));
+    if (reply.type() != QDBusMessage::ReplyMessage) return -1;
+    return int(reply.arguments().value(0).toString().count("<node name="));
 }
 
 bool lockDefaultCollection() {
@@ -150,35 +126,14 @@ bool lockDefaultCollection() {
 }
 
 SilentSecretService::SilentSecretService() {
-    gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
-    if (!address) return;
-    GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
-        address,
-        GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, nullptr);
-    g_free(address);
-    if (!connection) return;
-    connection_ = connection;
-    g_dbus_connection_add_filter(connection, dropIncomingCalls, nullptr, nullptr);
-    constexpr guint32 DO_NOT_QUEUE = 4;
-    constexpr guint32 PRIMARY_OWNER = 1;
-    GVariant* reply = g_dbus_connection_call_sync(
-        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "RequestName", g_variant_new("(su)", SECRET_SERVICE_NAME, DO_NOT_QUEUE),
-        G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    if (!reply) return;
-    guint32 result = 0;
-    g_variant_get(reply, "(u)", &result);
-    g_variant_unref(reply);
-    owned_ = result == PRIMARY_OWNER;
+    static Unanswering unanswering;
+    QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, SILENT_PEER);
+    owned_ = bus.registerVirtualObject("/", &unanswering, QDBusConnection::SubPath) &&
+             bus.registerService(SECRET_SERVICE_NAME);
 }
 
 SilentSecretService::~SilentSecretService() {
-    if (!connection_) return;
-    auto* connection = static_cast<GDBusConnection*>(connection_);
-    g_dbus_connection_close_sync(connection, nullptr, nullptr);
-    g_object_unref(connection);
+    QDBusConnection::disconnectFromBus(SILENT_PEER);
 }
 
 }  // namespace testing_support::secret_service

@@ -14,18 +14,6 @@
 // own keyring.
 namespace testing_support::secret_service {
 
-enum class Environment {
-    none,     // not inside the wrapper: the tests skip
-    keyring,  // gnome-keyring on a private bus, default collection unlocked
-    absent,   // a private bus on which no Secret Service runs or can be started
-    noBus,    // no session bus at all
-};
-
-Environment environment();
-
-/// What skipping tests say when `wanted` is not the environment they run in.
-QString skipReason(Environment wanted);
-
 struct StoredItem {
     QString label;
     QMap<QString, QString> attributes;
@@ -58,7 +46,6 @@ public:
     bool owned() const { return owned_; }
 
 private:
-    void* connection_ = nullptr;  // GDBusConnection
     bool owned_ = false;
 };
 
