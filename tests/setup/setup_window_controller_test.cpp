@@ -19,42 +19,26 @@ namespace {
 
 // The calls each `present` hands over, counted.
 struct Calls {
-    int dismissed = 0;
-    int connected = 0;
-    int signedOut = 0;
-    int openFolder = 0;
-    SetupCallbacks callbacks() {
-        return {[this] { ++dismissed; }, [this] { ++connected; }, [this] { ++signedOut; },
-                [this] { ++openFolder; }};
+    int dismissed = 0, connected = 0, signedOut = 0, openFolder = 0;
+    void present() {
+        SetupPresenter::real().present({[this] { ++dismissed; }, [this] { ++connected; },
+                                        [this] { ++signedOut; }, [this] { ++openFolder; }});
     }
 };
 
-class SetupWindowControllerTest : public ::testing::Test {
-protected:
+// The setup windows that exist, shown or not.
+QList<SetupViewWidget*> windows() {
+    QList<SetupViewWidget*> found;
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        if (auto* window = qobject_cast<SetupViewWidget*>(widget)) found << window;
+    return found;
+}
+
+TEST(SetupWindowController, OneWindowKeptByTheTitleBarCloseAndStartedOverAfterDone) {
     testing_support::FakePlatform platform;
-    Calls first;
-    Calls second;
-
-    void TearDown() override {
-        if (SetupWindowController* live = SetupWindowController::shared()) live->close();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-
-    static void present(Calls& calls) { SetupPresenter::real().present(calls.callbacks()); }
-
-    // The setup windows that exist, shown or not.
-    static QList<SetupViewWidget*> windows() {
-        QList<SetupViewWidget*> found;
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (auto* window = qobject_cast<SetupViewWidget*>(widget)) found << window;
-        }
-        return found;
-    }
-    int shownLines() const { return int(platform.log.messages().count("setup window shown")); }
-};
-
-TEST_F(SetupWindowControllerTest, OneWindowKeptByTheTitleBarCloseAndStartedOverAfterDone) {
-    present(first);
+    const auto shownLines = [&] { return platform.log.messages().count("setup window shown"); };
+    Calls first, second;
+    first.present();
     ASSERT_EQ(windows().size(), 1);
     QPointer<SetupViewWidget> window = windows()[0];
     EXPECT_TRUE(window->isVisible());
@@ -67,7 +51,7 @@ TEST_F(SetupWindowControllerTest, OneWindowKeptByTheTitleBarCloseAndStartedOverA
     // The title-bar close hides the window; presenting again shows it as it was.
     window->close();
     const int activations = platform::Presentation::shared().activations();
-    present(second);
+    second.present();
     EXPECT_EQ(windows(), QList<SetupViewWidget*>{window});
     EXPECT_TRUE(window->isVisible());
     EXPECT_EQ(window->findChild<QLineEdit*>()->text(), "half@typed");
@@ -85,7 +69,7 @@ TEST_F(SetupWindowControllerTest, OneWindowKeptByTheTitleBarCloseAndStartedOverA
 
     // The next window starts over and reports to the callbacks it was created with; "Skip for
     // Now" closes it like "Done".
-    present(second);
+    second.present();
     ASSERT_EQ(windows().size(), 1);
     SetupView& fresh = windows()[0]->view();
     EXPECT_EQ(fresh.email(), "");
@@ -94,9 +78,9 @@ TEST_F(SetupWindowControllerTest, OneWindowKeptByTheTitleBarCloseAndStartedOverA
     fresh.setProviderWorking(false);
     button(*windows()[0], "Open Vaskel Folder")->click();
     button(*windows()[0], "Skip for Now")->click();
-    EXPECT_EQ(second.openFolder, 1);
-    EXPECT_EQ(second.dismissed, 1);
+    EXPECT_EQ(std::tuple(second.openFolder, second.dismissed), std::tuple(1, 1));
     EXPECT_EQ(first.openFolder + first.dismissed, 1);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 }  // namespace
