@@ -8,10 +8,10 @@
 #include "platform/desktop/presentation.h"
 #include "platform/host_name.h"
 #include "server/server_address.h"
-#include "setup/setup_test_support.h"
 #include "shared/config.h"
 #include "shared/key_storage.h"
 #include "shared/keychain_store.h"
+#include "support/event_loop_wait.h"
 #include "support/fake_desktop.h"
 #include "support/fake_file_provider.h"
 #include "support/fake_platform.h"
@@ -163,7 +163,7 @@ TEST_P(SetupFlowsTest, AViewGoneDuringASignInStoresNothingAndCallsNothing) {
     startSignIn({.body = LOGIN, .delay = 300ms}, {.body = ACCOUNT});
     view.reset();
     ASSERT_TRUE(runEventsUntil([this] { return server->requests().size() == 2; }));
-    setup_testing::spin(200);
+    runEventsUntil([] { return false; }, 200);
     EXPECT_EQ(connected, 0);
     EXPECT_TRUE(platform.keychain.items().empty());
     EXPECT_FALSE(QFile::exists(Shared::configPath()));
@@ -222,7 +222,9 @@ TEST_P(SetupFlowsTest, SignOutAsksThenForgetsTheKeyAndTellsTheServerWhenItCan) {
         server->clearRequests();
         signedOut = 0;
         alerts.answers = {platform::ALERT_FIRST_BUTTON + (confirmed ? 0 : 1)};
-        view->setAccount(setup_testing::accountFor("a@b"));
+        Account account;
+        account.email = "a@b";
+        view->setAccount(account);
         view->setPassword(PASSWORD);
         view->setError("kept");
         view->setProviderWorking(true);
@@ -242,7 +244,7 @@ TEST_P(SetupFlowsTest, SignOutAsksThenForgetsTheKeyAndTellsTheServerWhenItCan) {
 
         const size_t told = confirmed && key != Key::none ? 1 : 0;
         runEventsUntil([&] { return server->requests().size() == told; });
-        setup_testing::spin(50);
+        runEventsUntil([] { return false; }, 50);
         ASSERT_EQ(server->requests().size(), told);
         if (told) {
             EXPECT_EQ(server->requests()[0].header("X-API-Key"), "key-1");

@@ -3,25 +3,30 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QDir>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLayout>
 #include <QLineEdit>
+#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QStyle>
+#include <QStyleFactory>
 
+#include "platform/desktop/presentation.h"
 #include "server/server_address.h"
 #include "setup/link_button.h"
+#include "setup/setup_presenter.h"
 #include "setup/setup_style.h"
-#include "setup/setup_test_support.h"
 #include "setup/setup_view.h"
+#include "setup/setup_window_controller.h"
+#include "support/event_loop_wait.h"
 #include "support/fake_desktop.h"
 #include "support/fake_file_provider.h"
 #include "support/fake_platform.h"
 #include "support/loopback_server.h"
 #include "support/qt_printing.h"
-
-using setup_testing::button;
 
 namespace {
 
@@ -31,6 +36,15 @@ const QString NO_PLAN =
 const QString ENABLE_TEXT =
     "Open your Vaskel folder and macOS will ask for permission to turn it on. Click Enable when "
     "it does.";
+
+const Account UNPAID_ACCOUNT{"a@b.c", "", 1'200'000'000, 0, true, "", "past_due", {}};
+
+// The button under `root` whose text is `text`; none when there is none.
+QAbstractButton* button(const QWidget& root, const QString& text) {
+    for (QAbstractButton* candidate : root.findChildren<QAbstractButton*>())
+        if (candidate->text() == text) return candidate;
+    return nullptr;
+}
 
 class SetupViewWidgetTest : public ::testing::Test {
 protected:
@@ -91,7 +105,6 @@ protected:
 // under the footer.
 TEST_F(SetupViewWidgetTest, EachStateShowsItsSectionsAndDefaultButtonAndFits) {
     const Account full{"a@b.c", "Ada", 1'200'000'000, 5'000'000'000, false, "Pro", "active", {}};
-    const Account unpaid{"a@b.c", "", 1'200'000'000, 0, true, "", "past_due", {}};
     // clang-format off
     const QStringList form{"Vaskel", "Sign in to connect this Mac", "Email", "Password",
                            "Create an account", "Forgot password?"};
@@ -111,7 +124,7 @@ TEST_F(SetupViewWidgetTest, EachStateShowsItsSectionsAndDefaultButtonAndFits) {
                             NO_PLAN, "[Sign In] (disabled)"}},
         {[&] { view->setBusy(false); view->setAccount(full); },
          summary + QStringList{"Ada", "Storage used 240", "1.2 GB of 5 GB used · Pro plan"}},
-        {[&] { view->setAccount(unpaid); }, unpaidSummary},
+        {[&] { view->setAccount(UNPAID_ACCOUNT); }, unpaidSummary},
         {[this] { view->setProviderWorking(false); }, enableStep + QStringList{"Check Again"}},
         {[this] { view->setChecking(true); },
          enableStep + QStringList{"Checking… (disabled)", "Checking"}},
@@ -166,7 +179,7 @@ TEST_F(SetupViewWidgetTest, LinksOpenPagesOfTheTypedServerAndButtonsRunTheirActi
     view->setServer(DEFAULT_SERVER);
     click("Advanced");
     EXPECT_EQ(server->text(), DEFAULT_SERVER);
-    server->clear();
+    server->selectAll();
     server->insert("files.example.org/");
     view->setPortalHint(QUrl("https://pay.example/plans"));
     for (const char* link : {"Create an account", "Forgot password?", "Open your account page"})
@@ -174,7 +187,7 @@ TEST_F(SetupViewWidgetTest, LinksOpenPagesOfTheTypedServerAndButtonsRunTheirActi
     click("Hide advanced");
     EXPECT_FALSE(server->isVisible());
 
-    view->setAccount(setup_testing::accountFor("a@b.c", "past_due"));
+    view->setAccount(UNPAID_ACCOUNT);
     EXPECT_EQ(static_cast<LinkButton*>(button(widget, UNPAID))->tone(), LinkButton::Tone::red);
     for (const QString& link :
          {UNPAID, QString("Browse files online…"), QString("Manage account…")})
@@ -205,11 +218,8 @@ TEST_F(SetupViewWidgetTest, KeyboardReachesTheControlsInReadingOrder) {
     view->setPassword("pw");
     view->setPortalHint(QUrl("https://pay.example"));
     click("Advanced");
-    fields[0]->setFocus();
     QStringList order;
-    for (int i = 0; i < 9; ++i) {
-        QWidget* focused = QApplication::focusWidget();
-        ASSERT_NE(focused, nullptr);
+    for (QWidget* focused = fields[0]; order.size() < 9; focused = QApplication::focusWidget()) {
         const auto* asButton = qobject_cast<QAbstractButton*>(focused);
         order << (asButton ? asButton->text() : focused->accessibleName());
         QKeyEvent tab(QEvent::KeyPress, Qt::Key_Tab, Qt::NoModifier);
@@ -237,6 +247,113 @@ TEST(SetupStyle, LinksAndWarningsStayReadableOnDarkThemes) {
     const QFont base("Sans", 10);
     EXPECT_DOUBLE_EQ(setup_style::font(base, setup_style::FontRole::title2).pointSizeF(), 14);
     EXPECT_TRUE(setup_style::font(base, setup_style::FontRole::title2).bold());
+}
+
+// The calls each `present` hands over, counted.
+struct Calls {
+    int dismissed = 0, connected = 0, signedOut = 0, openFolder = 0;
+    void present() {
+        SetupPresenter::real().present({[this] { ++dismissed; }, [this] { ++connected; },
+                                        [this] { ++signedOut; }, [this] { ++openFolder; }});
+    }
+};
+
+// The setup windows that exist, shown or not.
+QList<SetupViewWidget*> windows() {
+    QList<SetupViewWidget*> found;
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        if (auto* window = qobject_cast<SetupViewWidget*>(widget)) found << window;
+    return found;
+}
+
+TEST(SetupWindowController, OneWindowKeptByTheTitleBarCloseAndStartedOverAfterDone) {
+    testing_support::FakePlatform platform;
+    const auto shownLines = [&] { return platform.log.messages().count("setup window shown"); };
+    Calls first, second;
+    first.present();
+    ASSERT_EQ(windows().size(), 1);
+    QPointer<SetupViewWidget> window = windows()[0];
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_EQ(window->windowTitle(), "Vaskel");
+    EXPECT_EQ(window->size(), QSize(460, 320));
+    EXPECT_EQ(window->minimumSize(), window->maximumSize()) << "not resizable";
+    EXPECT_FALSE(window->windowFlags() & Qt::WindowMinimizeButtonHint);
+    window->findChild<QLineEdit*>()->insert("half@typed");
+
+    // The title-bar close hides the window; presenting again shows it as it was.
+    window->close();
+    const int activations = platform::Presentation::shared().activations();
+    second.present();
+    EXPECT_EQ(windows(), QList<SetupViewWidget*>{window});
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_EQ(window->findChild<QLineEdit*>()->text(), "half@typed");
+    EXPECT_GT(platform::Presentation::shared().activations(), activations);
+    EXPECT_EQ(shownLines(), 1) << "logged once per created window";
+    EXPECT_EQ(first.dismissed, 0);
+
+    window->view().setAccount(UNPAID_ACCOUNT);
+    button(*window, "Done")->click();
+    EXPECT_EQ(first.dismissed, 1);
+    EXPECT_EQ(second.dismissed, 0) << "the second call's callbacks are never called";
+    EXPECT_EQ(SetupWindowController::shared(), nullptr);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(window.isNull()) << "a closed window is not kept";
+
+    // The next window starts over and reports to the callbacks it was created with; "Skip for
+    // Now" closes it like "Done".
+    second.present();
+    ASSERT_EQ(windows().size(), 1);
+    SetupView& fresh = windows()[0]->view();
+    EXPECT_EQ(fresh.email(), "");
+    EXPECT_EQ(shownLines(), 2);
+    fresh.setAccount(UNPAID_ACCOUNT);
+    fresh.setProviderWorking(false);
+    button(*windows()[0], "Open Vaskel Folder")->click();
+    button(*windows()[0], "Skip for Now")->click();
+    EXPECT_EQ(std::tuple(second.openFolder, second.dismissed), std::tuple(1, 1));
+    EXPECT_EQ(first.openFolder + first.dismissed, 1);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+// Not a test of its own: the screenshots of the README, taken by scripts/screenshots, which sets
+// VASKEL_SCREENSHOT_DIR and runs this under a virtual X server.
+TEST(SetupScreenshots, SignedOutSignedInAndEnableStepInLightAndDarkThemes) {
+    const QString folder = qEnvironmentVariable("VASKEL_SCREENSHOT_DIR");
+    if (folder.isEmpty()) GTEST_SKIP() << "scripts/screenshots sets VASKEL_SCREENSHOT_DIR";
+    testing_support::FakePlatform platform;
+    QApplication::setStyle(QStyleFactory::create("Fusion"));
+    for (const QString theme : {"", "dark-"}) {
+        // A dark palette as dark desktop themes give one, derived from its button and window.
+        if (!theme.isEmpty())
+            QApplication::setPalette(QPalette(QColor(0x3a, 0x3a, 0x3f), QColor(0x2b, 0x2b, 0x2f)));
+        SetupWindowController::present(nullptr, nullptr, nullptr, nullptr);
+        auto& window = *static_cast<SetupViewWidget*>(SetupWindowController::shared()->window());
+        const auto save = [&](const QString& name) {
+            testing_support::runEventsUntil([] { return false; }, 150);  // let the window settle
+            EXPECT_TRUE(window.grab().save(QDir(folder).filePath(theme + name)))
+                << qPrintable(name);
+        };
+        // The demo account of vaskel-devserver.
+        window.view().setEmail("demo@example.com");
+        window.view().setPassword("demo");
+        save("setup-signed-out.png");
+        window.view().setAccount(Account{"demo@example.com",
+                                         "Demo User",
+                                         1'200'000'000,
+                                         5'000'000'000,
+                                         false,
+                                         "Pro",
+                                         "active",
+                                         {}});
+        window.view().setProviderWorking(true);
+        save("setup-signed-in.png");
+        window.view().setProviderWorking(false);
+        if (!theme.isEmpty()) window.view().setError("Could not reach Vaskel. Connection refused");
+        save("setup-enable-step.png");
+        SetupWindowController::shared()->close();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    QApplication::setPalette(QApplication::style()->standardPalette());
 }
 
 }  // namespace
