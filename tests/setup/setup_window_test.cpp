@@ -117,9 +117,10 @@ TEST_F(SetupViewWidgetTest, EachStateShowsItsSectionsAndDefaultButtonAndFits) {
     // Each row changes the state that the row before left.
     const std::pair<std::function<void()>, QStringList> rows[] = {
         {[] {}, form + QStringList{"Advanced", "[Sign In] (disabled)"}},
+        {[this] { view->setPortalHint(QUrl("https://x")); },
+         form + QStringList{"Advanced", "Open your account page", "[Sign In] (disabled)"}},
         {[this] { view->setEmail("a@b"); view->setPassword("pw"); view->setShowAdvanced(true);
-                  view->setPortalHint(QUrl("https://x")); view->setError(NO_PLAN);
-                  view->setBusy(true); },
+                  view->setError(NO_PLAN); view->setBusy(true); },
          form + QStringList{"Hide advanced", "Server", "Open your account page", "Working", "Error",
                             NO_PLAN, "[Sign In] (disabled)"}},
         {[&] { view->setBusy(false); view->setAccount(full); },

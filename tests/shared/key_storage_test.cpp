@@ -90,6 +90,7 @@ TEST_F(KeyStorageTest, SaveReturnsTheAddStatusAndIgnoresTheDelete) {
     putOurItem("old");
     keychain.refuseDelete(LOCKED);
     EXPECT_EQ(KeychainStore::saveKey("new", ME), status::SUCCESS);
+    EXPECT_EQ(KeychainStore::readKey(), "new") << "the new item outranks the one left behind";
 
     keychain.refuseDelete(std::nullopt);
     keychain.refuseAdd(status::NOT_AVAILABLE);
