@@ -245,9 +245,6 @@ TEST(SetupStyle, LinksAndWarningsStayReadableOnDarkThemes) {
             EXPECT_GE(dark ? difference : -difference, 70) << text.name().toStdString();
         }
     }
-    const QFont base("Sans", 10);
-    EXPECT_DOUBLE_EQ(setup_style::font(base, setup_style::FontRole::title2).pointSizeF(), 14);
-    EXPECT_TRUE(setup_style::font(base, setup_style::FontRole::title2).bold());
 }
 
 // The calls each `present` hands over, counted.
