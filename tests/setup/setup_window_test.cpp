@@ -320,10 +320,12 @@ TEST(SetupScreenshots, SignedOutSignedInAndEnableStepInLightAndDarkThemes) {
     if (folder.isEmpty()) GTEST_SKIP() << "scripts/screenshots sets VASKEL_SCREENSHOT_DIR";
     testing_support::FakePlatform platform;
     QApplication::setStyle(QStyleFactory::create("Fusion"));
+    // A dark palette as dark desktop themes give one: derived from its button and window colours,
+    // with their darker field background.
+    QPalette dark(QColor(0x3a, 0x3a, 0x3f), QColor(0x2b, 0x2b, 0x2f));
+    dark.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x22));
     for (const QString theme : {"", "dark-"}) {
-        // A dark palette as dark desktop themes give one, derived from its button and window.
-        if (!theme.isEmpty())
-            QApplication::setPalette(QPalette(QColor(0x3a, 0x3a, 0x3f), QColor(0x2b, 0x2b, 0x2f)));
+        if (!theme.isEmpty()) QApplication::setPalette(dark);
         SetupWindowController::present(nullptr, nullptr, nullptr, nullptr);
         auto& window = *static_cast<SetupViewWidget*>(SetupWindowController::shared()->window());
         const auto save = [&](const QString& name) {
