@@ -23,7 +23,7 @@ protected:
     QString path = Shared::configPath();
 };
 
-TEST_F(ConfigTest, FirstWriteCreatesPrivateDirectoryAndFile) {
+TEST_F(ConfigTest, WritesArePrivateMergeKeepUnknownKeysAndLogOnlyTheKeyName) {
     EXPECT_EQ(path, dir + "/config.json");
     EXPECT_TRUE(Shared::readConfig().isEmpty());
     ::umask(0);  // the modes must not depend on the caller's umask
@@ -34,9 +34,7 @@ TEST_F(ConfigTest, FirstWriteCreatesPrivateDirectoryAndFile) {
     EXPECT_EQ(readFile(path), "{\n    \"transfers_paused\": true\n}\n");
     EXPECT_EQ(QDir(dir).entryList(QDir::Files | QDir::Hidden), QStringList{"config.json"})
         << "no temporary file is left behind";
-}
 
-TEST_F(ConfigTest, WritesMergeKeepUnknownKeysTightenTheModeAndLogOnlyTheKeyName) {
     writeFile(path, R"({"extension_setting": {"nested": [1, 2]}, "server": "https://b.example"})");
     ::chmod(QFile::encodeName(path).constData(), 0644);
     Shared::setConfig("api_key", "secret-key-123");
@@ -46,7 +44,8 @@ TEST_F(ConfigTest, WritesMergeKeepUnknownKeysTightenTheModeAndLogOnlyTheKeyName)
               "{\n    \"api_key\": \"secret-key-123\",\n    \"extension_setting\": {\n"
               "        \"nested\": [\n            1,\n            2\n        ]\n    },\n"
               "    \"server\": \"https://a.example\"\n}\n");
-    EXPECT_EQ(platform.log.messages(), (QStringList{"set api_key", "set server"}));
+    EXPECT_EQ(platform.log.messages(),
+              (QStringList{"set transfers_paused", "set api_key", "set server"}));
     for (const auto& line : platform.log.lines()) {
         EXPECT_EQ(line.level, platform::LogLevel::info);
         EXPECT_EQ(line.subsystem + "/" + line.category, "com.norva.vaskel.menubar/ui");
@@ -88,7 +87,7 @@ TEST(ConfigValues, TypeRules) {
         "maxint": 9223372036854775807, "text": "1", "null": null, "list": [1]})")
                                    .object();
     constexpr qint64 max = std::numeric_limits<qint64>::max();
-    // key, string, bool, integer
+    // Key; then the value as a string, as a flag and as an integer.
     const std::tuple<const char*, std::optional<QString>, std::optional<bool>,
                      std::optional<qint64>>
         cases[] = {{"t", {}, true, 1},     {"f", {}, false, 0},       {"one", {}, true, 1},
@@ -97,10 +96,10 @@ TEST(ConfigValues, TypeRules) {
                    {"text", "1", {}, {}},  {"null", {}, {}, {}},      {"list", {}, {}, {}},
                    {"absent", {}, {}, {}}};
     for (const auto& [key, string, boolean, integer] : cases) {
-        SCOPED_TRACE(key);
-        EXPECT_EQ(Shared::configString(config, key), string);
-        EXPECT_EQ(Shared::configBool(config, key), boolean);
-        EXPECT_EQ(Shared::configInteger(config, key), integer);
+        EXPECT_EQ(std::tuple(Shared::configString(config, key), Shared::configBool(config, key),
+                             Shared::configInteger(config, key)),
+                  std::tuple(string, boolean, integer))
+            << key;
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <clocale>
 
 #include "support/fake_platform.h"
@@ -10,56 +9,41 @@
 
 namespace {
 
-class RatesTest : public ::testing::Test {
-protected:
+TEST(Rates, StatsFileInTheAppGroupContainerIsReadWhileFresh) {
     testing_support::FakePlatform platform;
-
-    QByteArray sample(double ageSeconds, const char* rest = R"("down_bps": 2048, "up_bps": 512)") {
-        return QByteArray(R"({"at": )") +
-               QByteArray::number(platform.clock.now - ageSeconds, 'f', 3) + ", " + rest + "}";
-    }
-};
-
-TEST_F(RatesTest, StatsFileLivesInTheAppGroupContainer) {
-    EXPECT_EQ(Shared::statsURL(), platform.container.dir + "/group.com.norva.vaskel/stats.json");
-    platform.container.available = false;
-    EXPECT_EQ(Shared::statsURL(), std::nullopt);
-    EXPECT_EQ(Shared::readRates(), Shared::Rates{});
-}
-
-TEST_F(RatesTest, FreshnessAndFieldRules) {
+    const auto sample = [&](double age, const char* rest = R"("down_bps": 2048, "up_bps": 512)") {
+        return QByteArray(R"({"at": )") + QByteArray::number(platform.clock.now - age, 'f', 3) +
+               ", " + rest + "}";
+    };
     const Shared::Rates none{}, fresh{2048, 512, true};
     const QByteArray padding = R"("pad": ")" + QByteArray(1024 * 1024, 'x') + "\"";
-    const struct {
-        const char* what;
-        QByteArray contents;
-        Shared::Rates expected;
-    } cases[] = {
-        {"3.9 s old", sample(3.9), fresh},
-        {"4.0 s old", sample(4.0), none},
-        {"stamped in the future", sample(-30), fresh},
-        {"no stamp", R"({"down_bps": 2048, "up_bps": 512})", none},
-        {"rates as text", sample(1, R"("down_bps": "2048", "up_bps": true)"), {0, 0, true}},
-        {"negative rates", sample(1, R"("down_bps": -5, "up_bps": 7.5)"), {-5, 7.5, true}},
-        {"array", "[1, 2, 3]", none},
-        {"NaN literal", sample(1, R"("down_bps": NaN)"), none},
-        {"oversized", sample(1, padding.constData()), none},
+    const std::pair<QByteArray, Shared::Rates> cases[] = {
+        {sample(3.9), fresh},
+        {sample(4.0), none},
+        {sample(-30), fresh},  // stamped in the future
+        {R"({"down_bps": 2048, "up_bps": 512})", none},
+        {sample(1, R"("down_bps": "2048", "up_bps": true)"), {0, 0, true}},
+        {sample(1, R"("down_bps": -5, "up_bps": 7.5)"), {-5, 7.5, true}},
+        {"[1, 2, 3]", none},
+        {sample(1, R"("down_bps": NaN)"), none},
+        {sample(1, padding.constData()), none},  // too big to be a sample
     };
-    for (const auto& c : cases) {
-        testing_support::writeFile(*Shared::statsURL(), c.contents);
-        EXPECT_EQ(Shared::readRates(), c.expected) << c.what;
+    ASSERT_EQ(Shared::statsURL(), platform.container.dir + "/group.com.norva.vaskel/stats.json");
+    for (const auto& [contents, expected] : cases) {
+        testing_support::writeFile(*Shared::statsURL(), contents);
+        EXPECT_EQ(Shared::readRates(), expected) << contents.left(80).toStdString();
     }
+    platform.container.available = false;
+    EXPECT_EQ(Shared::statsURL(), std::nullopt);
+    EXPECT_EQ(Shared::readRates(), none);
 }
 
 TEST(FormatRate, ThresholdsAndThePointWhateverTheLocale) {
-    const struct {
-        double rate;
-        const char* text;
-    } cases[] = {
+    const std::pair<double, const char*> cases[] = {
         {0, "0 B/s"},           {1023, "1023 B/s"},    {1024, "1 KB/s"},      {1536, "2 KB/s"},
         {1048575, "1024 KB/s"}, {1048576, "1.0 MB/s"}, {1572864, "1.5 MB/s"}, {-5, "-5 B/s"},
     };
-    for (const auto& c : cases) EXPECT_EQ(formatRate(c.rate), c.text) << c.rate;
+    for (const auto& [rate, text] : cases) EXPECT_EQ(formatRate(rate), text) << rate;
     if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8")) {
         EXPECT_EQ(formatRate(1572864), "1.5 MB/s");
         std::setlocale(LC_NUMERIC, "C");
