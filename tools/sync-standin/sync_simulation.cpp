@@ -65,6 +65,9 @@ void SyncSimulation::queueBatch(const QString& why) {
         down_.add(file);
         bytes += file.bytes;
     }
+    // One change of the feed per new file, taken in when it is listed.
+    cursor_ += options_.batchSize;
+    cursorMoved_ = true;
     log_ << QStringLiteral("%1: %2 files to download (%3)")
                 .arg(why)
                 .arg(options_.batchSize)
@@ -87,9 +90,8 @@ void SyncSimulation::takeIn(const Conditions& now) {
                     .arg(library_.size());
         down_ = Direction();
         for (const File& file : library_) down_.add(file);
-        cursor_ = 1;
-    } else if (now.changeCursor) {
-        cursor_ = *now.changeCursor;
+        cursor_ = 1 + qint64(library_.size());
+        cursorMoved_ = true;
     }
 
     for (auto file = now.localFiles.begin(); file != now.localFiles.end(); ++file) {
@@ -120,8 +122,6 @@ void SyncSimulation::step(const Conditions& now, double seconds) {
     };
     for (const File& file : down_.move(budget(now.maxDownloadKbps))) {
         log_ << QStringLiteral("downloaded %1").arg(file.name);
-        ++cursor_;
-        cursorMoved_ = true;
     }
     for (const File& file : up_.move(budget(now.maxUploadKbps))) {
         log_ << QStringLiteral("uploaded %1").arg(file.name);

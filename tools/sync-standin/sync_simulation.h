@@ -31,9 +31,10 @@ struct Conditions {
 
 /// The sync extension's transfers, made up and moved along by the caller's clock. The first step
 /// starts a batch of downloads; each later rise of the working-set signal count adds a batch; a
-/// change-feed cursor rewound to 1 downloads every file again and counts the cursor up with each
-/// file, as a replay of the feed would; files that appear in the synced folder after the first
-/// step, or change size, are uploaded. Both ways share out their bytes in file order.
+/// change-feed cursor rewound to 1 downloads every file again. The cursor moves on by one for
+/// each file the feed lists, the replay included, as the extension's would; files that appear in
+/// the synced folder after the first step, or change size, are uploaded. Both ways share out their
+/// bytes in file order.
 class SyncSimulation {
 public:
     explicit SyncSimulation(SimulationOptions options = {});
