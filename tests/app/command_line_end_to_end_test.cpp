@@ -49,9 +49,6 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
     writeFile(home + "/.vaskel/config.json", R"({"account_email": "me@example.com"})");
     EXPECT_EQ(out({"--add"}),
               "domain added: me@example.com\nvisible at: " + folder.toUtf8() + "\n");
-    EXPECT_TRUE(QRegularExpression("^extension responds \\(\\d+\\.\\d\\ds\\) — enabled\\n$")
-                    .match(QString::fromUtf8(out({"--probe"})))
-                    .hasMatch());
     const QByteArray watching =
         "watching for 0s — read a file in the Vaskel folder to see it move\n";
     const QByteArray nothingTracked =
@@ -114,6 +111,7 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
     EXPECT_EQ(out({"--list"}), QByteArray(listed).replace("=false  s", "=true  s"));
     EXPECT_EQ(out({"--reconnect"}), "reconnected\n");
     EXPECT_EQ(out({"--list"}), listed);
+    // --watch runs until it is stopped, here by the run's time-out.
     EXPECT_EQ(out({"--watch", "0.2"}, -1, 1.5), "watching: refreshing every 0s — ctrl-C to stop\n");
     EXPECT_EQ(out({"--remove"}), "domain removed\n");
     EXPECT_EQ(out({"--progress", "5"}, 1),

@@ -1,28 +1,17 @@
-#include <gtest/gtest.h>
-
-#include <QDir>
-#include <QFile>
 #include <cmath>
 #include <future>
 #include <thread>
 
-#include "domain/domain_identity.h"
 #include "domain/provider_responds.h"
-#include "platform/settings_application.h"
 #include "shared/config.h"
-#include "support/fake_file_provider.h"
-#include "support/fake_platform.h"
-#include "support/test_files.h"
+#include "support/command_fixture.h"
 
 using namespace platform;
 
 namespace {
 
-class DomainTest : public ::testing::Test {
+class DomainTest : public testing_support::CommandFixture {
 protected:
-    testing_support::FakePlatform platform;
-    testing_support::FakeFileProvider provider{platform.root.path() + QStringLiteral("/state")};
-
     void writeConfig(const QByteArray& json) {
         testing_support::writeFile(Shared::configPath(), json);
     }

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -15,7 +14,6 @@
 
 #include "platform/file_provider/domain_registry.h"
 #include "platform/file_provider/local_file_provider_service.h"
-#include "platform/files.h"
 #include "support/fake_file_provider.h"
 #include "support/fake_platform.h"
 #include "support/test_files.h"
@@ -232,7 +230,8 @@ TEST_F(FileProviderServiceTest, GlobalProgressReadsWhatTheExtensionReports) {
         {{{"completedUnitCount", 0}, {"totalUnitCount", 0}}, 0, false},  // 0 of 0 is not done
         {{{"completedUnitCount", 10}, {"totalUnitCount", 10}}, 10, true},
         {{{"completedUnitCount", 1e300}, {"totalUnitCount", 10}, {"finished", false}},
-         std::numeric_limits<qint64>::max(), false},  // the extension's word counts
+         std::numeric_limits<qint64>::max(),
+         false},  // the extension's word counts
     };
     for (const auto& [counts, completed, finished] : cases) {
         ASSERT_FALSE(provider.extension.reportProgress("d", "downloading", counts));

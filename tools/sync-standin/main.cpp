@@ -11,7 +11,6 @@
 #include <QTimer>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "domain/domain_identity.h"
 #include "extension_files.h"

@@ -52,8 +52,6 @@ public:
     std::optional<qint64> cursorToWrite() const {
         return cursorMoved_ ? cursor_ : std::optional<qint64>();
     }
-    /// Every file downloaded so far at least once.
-    int libraryFiles() const { return int(library_.size()); }
     /// What happened since the last call, one line each.
     QStringList takeLog();
 
