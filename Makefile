@@ -4,7 +4,7 @@ JOBS ?= 2
 CMAKE_FLAGS ?=
 CTEST_ARGS ?=
 
-.PHONY: all deps build run test asan tsan bench format clean
+.PHONY: all deps build run demo test asan tsan bench format clean
 
 all: build
 
@@ -19,6 +19,14 @@ build: deps $(BUILD)/build.ninja
 
 # Builds and starts the tray application.
 run: build
+	./$(BUILD)/vaskel
+
+# The tray application beside a local server and the sync stand-in; both stop when it ends.
+# Sign in to http://127.0.0.1:8080 as demo@example.com / demo.
+demo: build
+	./$(BUILD)/vaskel-devserver --port 8080 & server=$$!; \
+	./$(BUILD)/vaskel-sync-standin & standin=$$!; \
+	trap 'kill $$server $$standin 2>/dev/null' EXIT INT TERM; \
 	./$(BUILD)/vaskel
 
 # Builds and runs every test, the keychain ones inside a private session bus.

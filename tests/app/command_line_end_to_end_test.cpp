@@ -1,11 +1,14 @@
-// The built vaskel executable, run as a user would run it, with a throwaway home.
+// The built vaskel executable, run as a user would run it, with a throwaway home, beside the
+// built stand-in of the sync extension.
 #include <gtest/gtest.h>
 #include <sys/file.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
@@ -36,7 +39,9 @@ protected:
     }
 };
 
-TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcesses) {
+TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMovesItsFiles) {
+    EXPECT_EQ(out({"--version", "ignored"}), "Vaskel 20261007-080416\n");
+    EXPECT_TRUE(QDir(home).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden));
     EXPECT_EQ(out({"--help"}), "no domains registered\n");
     EXPECT_FALSE(QFileInfo::exists(state)) << "listing creates nothing";
 
@@ -44,26 +49,70 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcesses) {
     writeFile(home + "/.vaskel/config.json", R"({"account_email": "me@example.com"})");
     EXPECT_EQ(out({"--add"}),
               "domain added: me@example.com\nvisible at: " + folder.toUtf8() + "\n");
-    EXPECT_EQ(out({"--list"}),
-              "com.norva.vaskel.domain  \"me@example.com\"  hidden=false  disconnected=false  "
-              "syncsTrash=true\n");
-    EXPECT_TRUE(QRegularExpression("^extension responds \\(\\d+\\.\\d\\ds\\) — enabled\\n$")
-                    .match(QString::fromUtf8(out({"--probe"})))
-                    .hasMatch());
+    const QByteArray watching =
+        "watching for 0s — read a file in the Vaskel folder to see it move\n";
+    const QByteArray nothingTracked =
+        watching + "nothing tracked — no transfer ran, or fileOperationKind is unset\n";
+    EXPECT_EQ(out({"--progress", "0.6"}, 2), nothingTracked);
+
+    // 1 KB/s: the made-up files of a few megabytes stay unfinished throughout.
+    QProcess standIn;
+    standIn.setProcessEnvironment(testing_support::vaskelEnvironment(home));
+    standIn.start(VASKEL_SYNC_STANDIN, {"--speed", "1", "--batch", "2"});
+    QByteArray log;
+    const auto logged = [&](const char* text) {
+        QElapsedTimer waited;
+        waited.start();
+        while (!log.contains(text) && waited.elapsed() < 15000) {
+            standIn.waitForReadyRead(100);
+            log += standIn.readAllStandardOutput();
+        }
+        return log.contains(text);
+    };
+    ASSERT_TRUE(logged("first enumeration: 2 files to download")) << log.constData();
+    writeFile(folder + "/mine.txt", QByteArray(100000, 'x'));
+    EXPECT_TRUE(logged("new local file mine.txt: uploading")) << log.constData();
+    const QByteArray moving = out({"--progress", "0.8"});
+    EXPECT_TRUE(QRegularExpression("\n  down \\d+/\\d+ bytes \\(0%\\) pausable=y paused=n\n"
+                                   "  up \\d+/100000 bytes \\(\\d%\\) pausable=y paused=n\n")
+                    .match(QString::fromUtf8(moving))
+                    .hasMatch())
+        << moving.constData();
+    EXPECT_TRUE(moving.endsWith("\nthe system is tracking our transfers\n"));
+
+    EXPECT_EQ(out({"--refresh"}), "refresh signalled\n");
+    EXPECT_TRUE(logged("working set changed: 2 files to download")) << log.constData();
+    EXPECT_EQ(out({"--resync"}), "cursor rewound; replaying the change feed\nrefresh signalled\n");
+    EXPECT_TRUE(logged("change feed rewound: downloading all ")) << log.constData();
+
+    writeFile(home + "/.vaskel/config.json",
+              R"({"account_email": "me@example.com", "transfers_paused": true})");
+    EXPECT_TRUE(logged("transfers paused")) << log.constData();
+    EXPECT_TRUE(out({"--progress", "0.6"}).contains(" pausable=y paused=y\n"));
+    EXPECT_TRUE(readFile(home + "/.local/share/group.com.norva.vaskel/stats.json")
+                    .contains("\"down_bps\":0"));
+
+    standIn.terminate();
+    ASSERT_TRUE(standIn.waitForFinished(10000));
+    EXPECT_EQ(standIn.exitCode(), 0);
+    EXPECT_TRUE(standIn.readAllStandardOutput().endsWith(" stopped\n"));
+    EXPECT_EQ(out({"--progress", "0.6"}, 2), nothingTracked) << "it leaves no transfer behind";
     const QString cursor = home + "/.local/share/group.com.norva.vaskel/cursor.json";
     writeFile(cursor, R"({"changeCursor": 99})");
-    EXPECT_EQ(out({"--resync"}), "cursor rewound; replaying the change feed\nrefresh signalled\n");
+    out({"--resync"});
     EXPECT_EQ(readFile(cursor), R"({"changeCursor":1})");
 
-    // The line of --watch is out at once; the watch runs until it is stopped, here by the run's
-    // time-out. --progress ends with the verdict's status.
+    const QByteArray listed =
+        "com.norva.vaskel.domain  \"me@example.com\"  hidden=false  "
+        "disconnected=false  syncsTrash=true\n";
+    standIn.start(VASKEL_SYNC_STANDIN, {"--disconnect"});
+    ASSERT_TRUE(standIn.waitForFinished(10000));
+    EXPECT_EQ(standIn.readAllStandardOutput(), "domain disconnected\n");
+    EXPECT_EQ(out({"--list"}), QByteArray(listed).replace("=false  s", "=true  s"));
+    EXPECT_EQ(out({"--reconnect"}), "reconnected\n");
+    EXPECT_EQ(out({"--list"}), listed);
+    // --watch runs until it is stopped, here by the run's time-out.
     EXPECT_EQ(out({"--watch", "0.2"}, -1, 1.5), "watching: refreshing every 0s — ctrl-C to stop\n");
-    writeFile(state + "/domains/com.norva.vaskel.domain/progress.json",
-              R"({"uploading": {"completedUnitCount": 3, "totalUnitCount": 4}})");
-    const QByteArray progress = out({"--progress", "0.8"});
-    EXPECT_TRUE(progress.contains("\n  up 3/4 bytes (75%) pausable=n paused=n\n"));
-    EXPECT_TRUE(progress.endsWith("\nthe system is tracking our transfers\n"));
-
     EXPECT_EQ(out({"--remove"}), "domain removed\n");
     EXPECT_EQ(out({"--progress", "5"}, 1),
               "watching for 5s — read a file in the Vaskel folder to see it move\n"

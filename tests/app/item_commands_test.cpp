@@ -36,8 +36,9 @@ TEST_F(ItemCommandsTest, IdentifyAndEvictAskThePathsOwnDomain) {
     EXPECT_EQ(runInProcess({"--evict", folder + "/docs/"}).lines, QStringList{"evicted docs"});
     EXPECT_EQ(runInProcess({"--evict", folderOf("Other") + "/a.txt"}).lines,
               QStringList{"evicted a.txt"});
-    EXPECT_EQ(provider.evictionRequests(DOMAIN_ID), (QStringList{"docs/q4 report.pdf", "docs"}));
-    EXPECT_EQ(provider.evictionRequests("other.domain"), QStringList{"a.txt"});
+    EXPECT_EQ(provider.extension.evictionRequests(DOMAIN_ID),
+              (QStringList{"docs/q4 report.pdf", "docs"}));
+    EXPECT_EQ(provider.extension.evictionRequests("other.domain"), QStringList{"a.txt"});
 
     const QString outside = platform.root.path() + "/outside.txt";
     writeFile(outside, "x");

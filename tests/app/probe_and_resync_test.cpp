@@ -1,9 +1,7 @@
 #include "app/probe_and_resync.h"
 #include "support/command_fixture.h"
 
-using testing_support::readFile;
 using testing_support::runInProcess;
-using testing_support::writeFile;
 
 namespace {
 
@@ -28,19 +26,7 @@ TEST_F(ProbeAndResyncTest, ProbeReportsTheTimeWithTwoDecimalsOrThatNothingAnswer
     provider.listing.release();
 }
 
-TEST_F(ProbeAndResyncTest, ResyncWritesExactlyTheRewoundCursorThenRefreshes) {
-    writeFile(cursor, R"({"changeCursor": 4711, "etag": "abc"})");
-    EXPECT_EQ(runInProcess({"--resync"}).lines,
-              (QStringList{"cursor rewound; replaying the change feed", "refresh signalled"}));
-    EXPECT_EQ(readFile(cursor), R"({"changeCursor":1})");
-    EXPECT_EQ(provider.workingSetSignals(DOMAIN_ID), 1);
-}
-
-TEST_F(ProbeAndResyncTest, ResyncWithoutAContainerOrWritableCursorDoesNotRefresh) {
-    platform.container.available = false;
-    EXPECT_EQ(runInProcess({"--resync"}).lines, QStringList{"no app group container"});
-
-    platform.container.available = true;
+TEST_F(ProbeAndResyncTest, ResyncWithoutAWritableCursorDoesNotRefresh) {
     ASSERT_TRUE(QDir().mkpath(cursor + "/occupied"));
     const auto failed = runInProcess({"--resync"}).lines;
     ASSERT_EQ(failed.size(), 1);

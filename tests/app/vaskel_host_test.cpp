@@ -37,16 +37,6 @@ TEST(InstallLocation, ProblemByBundlePath) {
     }
 }
 
-TEST(ProgramEntry, VersionPrintsOneLineAndTouchesNothing) {
-    QTemporaryDir home;
-    const auto run = runVaskel({"--version", "ignored"}, home.path());
-    EXPECT_EQ(run.exitStatus, 0);
-    EXPECT_EQ(run.standardOutput, "Vaskel 20261007-080416\n");
-    EXPECT_EQ(run.standardError, "");
-    EXPECT_TRUE(QDir(home.path()).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden))
-        << "nothing is created in the home directory";
-}
-
 // The command line maps Qt Core and the core library only: the desktop module, the network and
 // keychain code and what they pull in stay out. (GLib itself comes with Qt Core.)
 TEST(ProgramEntry, CommandModeMapsNoDesktopNetworkOrKeychainLibrary) {

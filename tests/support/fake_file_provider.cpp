@@ -1,12 +1,6 @@
 #include "support/fake_file_provider.h"
 
-#include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <future>
-
-#include "platform/file_provider/domain_registry.h"
-#include "platform/files.h"
 
 namespace testing_support {
 
@@ -61,11 +55,6 @@ int FakeListing::calls() const {
     return calls_;
 }
 
-void HeldService::hold(std::function<void()> request) {
-    std::lock_guard lock(mutex_);
-    held_.push_back(std::move(request));
-}
-
 void HeldService::releaseAll() {
     std::vector<std::function<void()>> requests;
     {
@@ -80,32 +69,6 @@ int HeldService::held() const {
     return int(held_.size());
 }
 
-void HeldService::getDomains(DomainsCompletion completion) {
-    hold([this, completion] { inner_.getDomains(completion); });
-}
-void HeldService::add(const FileProviderDomain& domain, ErrorCompletion completion) {
-    hold([this, domain, completion] { inner_.add(domain, completion); });
-}
-void HeldService::remove(const FileProviderDomain& domain, ErrorCompletion completion) {
-    hold([this, domain, completion] { inner_.remove(domain, completion); });
-}
-void HeldService::reconnect(const QString& id, ErrorCompletion completion) {
-    hold([this, id, completion] { inner_.reconnect(id, completion); });
-}
-void HeldService::signalWorkingSet(const QString& id, ErrorCompletion completion) {
-    hold([this, id, completion] { inner_.signalWorkingSet(id, completion); });
-}
-void HeldService::userVisibleURL(const QString& id, URLCompletion completion) {
-    hold([this, id, completion] { inner_.userVisibleURL(id, completion); });
-}
-void HeldService::identifierForUserVisibleFile(const QString& path,
-                                               IdentifierCompletion completion) {
-    hold([this, path, completion] { inner_.identifierForUserVisibleFile(path, completion); });
-}
-void HeldService::evictItem(const QString& id, const QString& item, ErrorCompletion completion) {
-    hold([this, id, item, completion] { inner_.evictItem(id, item, completion); });
-}
-
 FakeFileProvider::FakeFileProvider(const QString& stateDirectory) : service(stateDirectory) {}
 
 QString FakeFileProvider::registryPath() const {
@@ -118,62 +81,6 @@ void FakeFileProvider::addDomain(const QString& identifier, const QString& displ
     domain.displayName = displayName;
     const auto error = waitFor([&](ErrorCompletion done) { service.add(domain, done); });
     if (error) qFatal("could not add a test domain: %s", qPrintable(error->description));
-}
-
-QJsonObject FakeFileProvider::domainFile(const QString& domain, const char* name) const {
-    return file_provider_state::readStateObject(
-        file_provider_state::domainStateDirectory(service.stateDirectory(), domain) + '/' +
-        QLatin1String(name));
-}
-
-qint64 FakeFileProvider::workingSetSignals(const QString& domain) const {
-    return domainFile(domain, "signals.json")
-        .value(QStringLiteral("workingSet"))
-        .toObject()
-        .value(QStringLiteral("count"))
-        .toInteger();
-}
-
-double FakeFileProvider::lastSignalTime(const QString& domain) const {
-    return domainFile(domain, "signals.json")
-        .value(QStringLiteral("workingSet"))
-        .toObject()
-        .value(QStringLiteral("signalledAt"))
-        .toDouble();
-}
-
-QStringList FakeFileProvider::evictionRequests(const QString& domain) const {
-    QStringList items;
-    const QJsonArray requests =
-        domainFile(domain, "evictions.json").value(QStringLiteral("requests")).toArray();
-    for (const QJsonValue& request : requests) {
-        items << request.toObject().value(QStringLiteral("identifier")).toString();
-    }
-    return items;
-}
-
-void FakeFileProvider::reportProgress(const QString& domain, FileOperationKind kind,
-                                      const QJsonObject& counts) {
-    QJsonObject all = domainFile(domain, "progress.json");
-    all[kind == FileOperationKind::downloading ? QStringLiteral("downloading")
-                                               : QStringLiteral("uploading")] = counts;
-    const QString path =
-        file_provider_state::domainStateDirectory(service.stateDirectory(), domain) +
-        QStringLiteral("/progress.json");
-    if (file_provider_state::writeStateObject(path, all)) qFatal("could not report progress");
-}
-
-void FakeFileProvider::setDisconnected(const QString& domain, bool disconnected) {
-    QList<file_provider_state::RegisteredDomain> domains;
-    if (file_provider_state::loadRegistry(service.stateDirectory(), domains)) {
-        qFatal("registry damaged");
-    }
-    for (auto& entry : domains) {
-        if (entry.domain.identifier == domain) entry.domain.isDisconnected = disconnected;
-    }
-    if (file_provider_state::saveRegistry(service.stateDirectory(), domains)) {
-        qFatal("could not save registry");
-    }
 }
 
 }  // namespace testing_support

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <QJsonObject>
 #include <QString>
-#include <QStringList>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -15,6 +13,7 @@
 #include "platform/folder_listing.h"
 #include "platform/seam.h"
 #include "platform/settings_application.h"
+#include "sync-standin/extension_files.h"
 
 namespace testing_support {
 
@@ -59,34 +58,51 @@ public:
     void releaseAll();
     int held() const;
 
-    void getDomains(platform::DomainsCompletion completion) override;
-    void add(const platform::FileProviderDomain& domain,
-             platform::ErrorCompletion completion) override;
-    void remove(const platform::FileProviderDomain& domain,
-                platform::ErrorCompletion completion) override;
+    using Service = platform::FileProviderService;
+    using Completion = platform::ErrorCompletion;
+    using Domain = platform::FileProviderDomain;
+    void getDomains(platform::DomainsCompletion done) override { hold(&Service::getDomains, done); }
+    void add(const Domain& domain, Completion done) override { hold(&Service::add, domain, done); }
+    void remove(const Domain& domain, Completion done) override {
+        hold(&Service::remove, domain, done);
+    }
     bool isRegistered(const QString& id) override { return inner_.isRegistered(id); }
-    void reconnect(const QString& id, platform::ErrorCompletion completion) override;
-    void signalWorkingSet(const QString& id, platform::ErrorCompletion completion) override;
-    void userVisibleURL(const QString& id, platform::URLCompletion completion) override;
+    void reconnect(const QString& id, Completion done) override {
+        hold(&Service::reconnect, id, done);
+    }
+    void signalWorkingSet(const QString& id, Completion done) override {
+        hold(&Service::signalWorkingSet, id, done);
+    }
+    void userVisibleURL(const QString& id, platform::URLCompletion done) override {
+        hold(&Service::userVisibleURL, id, done);
+    }
     void identifierForUserVisibleFile(const QString& path,
-                                      platform::IdentifierCompletion completion) override;
-    void evictItem(const QString& id, const QString& item,
-                   platform::ErrorCompletion completion) override;
+                                      platform::IdentifierCompletion done) override {
+        hold(&Service::identifierForUserVisibleFile, path, done);
+    }
+    void evictItem(const QString& id, const QString& item, Completion done) override {
+        hold(&Service::evictItem, id, item, done);
+    }
     std::shared_ptr<platform::FileProviderProgress> globalProgress(
         const QString& id, platform::FileOperationKind kind) override {
         return inner_.globalProgress(id, kind);
     }
 
 private:
-    void hold(std::function<void()> request);
+    // Keeps the call of `method` on the wrapped service with copies of `arguments`.
+    template <class Method, class... Arguments>
+    void hold(Method method, const Arguments&... arguments) {
+        std::lock_guard lock(mutex_);
+        held_.push_back([this, method, arguments...] { (inner_.*method)(arguments...); });
+    }
     platform::FileProviderService& inner_;
     mutable std::mutex mutex_;
     std::vector<std::function<void()>> held_;
 };
 
 /// The file-provider service over a throwaway state folder, put in place for one test, with the
-/// other side of it: what the sync extension reads and writes there. Needs a FakePlatform (for
-/// the home directory and clock) that outlives it.
+/// other side of it: the sync extension's access to the same files (without an app-group
+/// container). Needs a FakePlatform (for the home directory and clock) that outlives it.
 class FakeFileProvider {
 public:
     explicit FakeFileProvider(const QString& stateDirectory);
@@ -94,25 +110,17 @@ public:
     platform::LocalFileProviderService service;
     FakeListing listing;
     FakeSettingsApplication settings;
+    standin::ExtensionFiles extension{service.stateDirectory(), QString()};
 
     QString registryPath() const;
     /// Registers a domain through the service, as --add would (without trash syncing).
     void addDomain(const QString& identifier, const QString& displayName);
-
-    // The extension's side.
-    /// How often the working set was signalled, and when last.
-    qint64 workingSetSignals(const QString& domain) const;
-    double lastSignalTime(const QString& domain) const;
-    /// The items whose eviction was asked for, oldest first.
-    QStringList evictionRequests(const QString& domain) const;
-    /// Reports transfer counts of one kind, as the extension leaves them.
-    void reportProgress(const QString& domain, platform::FileOperationKind kind,
-                        const QJsonObject& counts);
-    /// Marks a registered domain disconnected or connected in the registry.
-    void setDisconnected(const QString& domain, bool disconnected);
+    /// How often the working set of `domain` was signalled.
+    qint64 workingSetSignals(const QString& domain) const {
+        return extension.workingSetSignals(domain);
+    }
 
 private:
-    QJsonObject domainFile(const QString& domain, const char* name) const;
     platform::StandIn<platform::FileProviderService> serviceStandIn_{service};
     platform::StandIn<platform::FolderListing> listingStandIn_{listing};
     platform::StandIn<platform::SettingsApplication> settingsStandIn_{settings};
