@@ -12,18 +12,15 @@
 #include "shared/key_storage.h"
 #include "shared/keychain_store.h"
 #include "support/fake_platform.h"
-#include "support/secret_service_session.h"
 
 namespace {
-
-using testing_support::secret_service::Environment;
 
 const QString KEY = QStringLiteral("vk_live_6f1c0d3e9a7b4c2d8e5f1a0b3c6d9e2f7a4b1c8d");
 
 /// The real keychain of the wrapper's session with a throwaway home; false (and the benchmark
 /// skipped) outside the wrapper.
 bool inPrivateSession(benchmark::State& state) {
-    if (testing_support::secret_service::environment() != Environment::none) return true;
+    if (qEnvironmentVariableIsSet("VASKEL_TEST_SECRET_SERVICE")) return true;
     state.SkipWithError("run inside scripts/with-secret-service (see the top of this file)");
     return false;
 }

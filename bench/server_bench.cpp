@@ -59,7 +59,7 @@ void BM_signInWithClient(benchmark::State& state) {
 BENCHMARK(BM_signInWithClient)->UseRealTime();
 
 void BM_signInWithHttplibClient(benchmark::State& state) {
-    httplib::Client client("127.0.0.1", server().port());
+    httplib::Client client(server().origin().toStdString());
     const httplib::Headers compressed{{"Accept-Encoding", ACCEPT_ENCODING}};
     httplib::Headers withKey = compressed;
     withKey.emplace("X-API-Key", "vk_live_6f1c0d3e9a7b4c2d8e5f1a0b");
