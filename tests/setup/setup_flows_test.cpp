@@ -46,8 +46,7 @@ protected:
     platform::StandIn<platform::Alerts> alertsStandIn{alerts};
     FakeHostName hostName;
     platform::StandIn<platform::HostName> hostNameStandIn{hostName};
-    int connected = 0;
-    int signedOut = 0;
+    int connected = 0, signedOut = 0;
     std::unique_ptr<SetupView> view = makeView();
 
     std::unique_ptr<SetupView> makeView() {
@@ -96,58 +95,50 @@ TEST_P(SetupFlowsTest, SignInStoresTheAnsweredServerKeyAndEmailThenChecksTheExte
     startSignIn({.body = LOGIN}, {.body = ACCOUNT});
     finish();
     ASSERT_TRUE(view->account());
-    EXPECT_EQ(view->error(), std::nullopt);
-    EXPECT_EQ(std::tuple(view->server(), view->email(), view->password()),
-              std::tuple(server->origin(), TYPED, ""));
+    EXPECT_EQ(std::tuple(view->error(), view->server(), view->email(), view->password(), connected),
+              std::tuple(std::nullopt, server->origin(), TYPED, "", 1));
     EXPECT_EQ(Shared::readConfig(), QJsonObject({{"server", server->origin()},
                                                  {"account_email", "Ada@Example.com"},
                                                  {"api_key", ""}}));
     ASSERT_EQ(platform.keychain.items().size(), 1u);
-    EXPECT_EQ(platform.keychain.items()[0].account, "Ada@Example.com");
-    EXPECT_EQ(Shared::storedKey(), "key-1");
-    EXPECT_EQ(connected, 1);
-    const auto request = server->requests()[0];
-    EXPECT_EQ(QJsonDocument::fromJson(QByteArray::fromStdString(request.body)).object(),
-              QJsonObject({{"email", "ada@example.com"},
-                           {"password", PASSWORD},
-                           {"device_name", "Test Laptop"}}));
+    EXPECT_EQ(std::tuple(platform.keychain.items()[0].account, Shared::storedKey()),
+              std::tuple("Ada@Example.com", "key-1"));
+    EXPECT_EQ(QJsonDocument::fromJson(QByteArray::fromStdString(server->requests()[0].body)),
+              QJsonDocument(QJsonObject({{"email", "ada@example.com"},
+                                         {"password", PASSWORD},
+                                         {"device_name", "Test Laptop"}})));
 
     // Two seconds later the extension is checked; with no domain registered it does not answer.
     EXPECT_FALSE(view->checking());
     ASSERT_TRUE(runEventsUntil([this] { return view->providerWorking().has_value(); }));
-    EXPECT_EQ(view->providerWorking(), false);
-    EXPECT_EQ(connected, 1);
+    EXPECT_EQ(std::tuple(view->providerWorking(), connected), std::tuple(false, 1));
 }
 
 TEST_P(SetupFlowsTest, AFailedSignInShowsOneLineKeepsTheFormAndStoresNothing) {
     hostName.name = std::nullopt;
     const QString noPlan =
-        "This account has no active plan yet. Choose a plan on the Vaskel website, then sign in "
-        "again.";
+        "This account has no active plan yet. Choose a plan on the Vaskel "
+        "website, then sign in again.";
     const std::string inactive = R"({"code":"inactive","portal":")";
     // The answers to the sign-in and the account request, the server address (the loopback
     // server when none); then the error and the portal hint.
-    const std::tuple<ScriptedReply, ScriptedReply, QString, QString, std::optional<QUrl>> cases[] =
-        {
-            // clang-format off
+    // clang-format off
+    const std::tuple<ScriptedReply, ScriptedReply, QString, QString, std::optional<QUrl>> cases[] = {
         {{.status = 403, .body = "{}"}, {}, {}, "Email or password is incorrect.", {}},
         {{.body = LOGIN}, {.status = 401}, {}, KEY_REFUSED, {}},
         {{}, {}, "https://", "That does not look like a valid server address.", {}},
         {{.status = 403, .body = inactive + "http://a b\"}"}, {}, {}, noPlan, {}},
-        {{.status = 403, .body = inactive + "https://pay.example/plans\"}"}, {}, {}, noPlan,
-         QUrl("https://pay.example/plans")},
-            // clang-format on
-        };
+        {{.status = 403, .body = inactive + "https://pay.example/plans\"}"}, {}, {}, noPlan, QUrl("https://pay.example/plans")},
+    };
+    // clang-format on
     const QByteArray config = R"({"server":"https://kept.example"})";
     writeFile(Shared::configPath(), config);
     for (const auto& [login, me, address, error, portalHint] : cases) {
         startSignIn(login, me, address);
         finish();
-        EXPECT_EQ(std::tuple(view->error(), view->portalHint(), view->account()),
-                  std::tuple(error, portalHint, std::nullopt));
-        EXPECT_EQ(std::tuple(view->email(), view->password()), std::tuple(TYPED, PASSWORD));
-        EXPECT_EQ(configFile(), config);
-        EXPECT_TRUE(platform.keychain.items().empty());
+        EXPECT_EQ(std::tuple(view->error(), view->portalHint(), view->account(), view->email(),
+                             view->password(), configFile(), platform.keychain.items().size()),
+                  std::tuple(error, portalHint, std::nullopt, TYPED, PASSWORD, config, 0u));
     }
     EXPECT_EQ(connected, 0);
     const QByteArray firstRequest = QByteArray::fromStdString(server->requests()[0].body);
@@ -164,9 +155,9 @@ TEST_P(SetupFlowsTest, AViewGoneDuringASignInStoresNothingAndCallsNothing) {
     view.reset();
     ASSERT_TRUE(runEventsUntil([this] { return server->requests().size() == 2; }));
     runEventsUntil([] { return false; }, 200);
-    EXPECT_EQ(connected, 0);
-    EXPECT_TRUE(platform.keychain.items().empty());
-    EXPECT_FALSE(QFile::exists(Shared::configPath()));
+    EXPECT_EQ(std::tuple(connected, platform.keychain.items().size(),
+                         QFile::exists(Shared::configPath())),
+              std::tuple(0, 0u, false));
 }
 
 TEST_P(SetupFlowsTest, OnAppearChecksAStoredSignInWithoutStoringOrReportingIt) {
@@ -174,12 +165,14 @@ TEST_P(SetupFlowsTest, OnAppearChecksAStoredSignInWithoutStoringOrReportingIt) {
     const QByteArray configured = R"({"server":")" + origin.toUtf8() + R"("})";
     // Configuration, stored key, answer of the account request; then whether a request went
     // out, the server shown, and the error.
+    // clang-format off
     const std::tuple<QByteArray, bool, int, bool, QString, std::optional<QString>> cases[] = {
         {configured, true, 200, true, origin, std::nullopt},
         {configured, true, 401, true, origin, KEY_REFUSED},
         {configured, false, 200, false, origin, std::nullopt},
         {R"({"server":""})", true, 200, false, DEFAULT_SERVER, std::nullopt},
     };
+    // clang-format on
     for (const auto& [config, key, status, requested, shownServer, error] : cases) {
         SCOPED_TRACE(config.toStdString() + (key ? " with a key" : ""));
         KeychainStore::deleteKey();
@@ -193,14 +186,12 @@ TEST_P(SetupFlowsTest, OnAppearChecksAStoredSignInWithoutStoringOrReportingIt) {
         EXPECT_EQ(view->busy(), requested);
         finish();
         const bool signedIn = requested && !error;
-        EXPECT_EQ(std::tuple(view->account().has_value(), view->server(), view->error()),
-                  std::tuple(signedIn, shownServer, error));
-        EXPECT_EQ(server->requests().size(), requested ? 1u : 0u);
+        EXPECT_EQ(std::tuple(view->account().has_value(), view->server(), view->error(),
+                             server->requests().size(), configFile(), connected),
+                  std::tuple(signedIn, shownServer, error, requested ? 1u : 0u, config, 0));
         // A shown account starts an extension check.
         EXPECT_TRUE(
             runEventsUntil([&] { return view->providerWorking().has_value() == signedIn; }));
-        EXPECT_EQ(configFile(), config);
-        EXPECT_EQ(connected, 0);
     }
 }
 
@@ -222,42 +213,36 @@ TEST_P(SetupFlowsTest, SignOutAsksThenForgetsTheKeyAndTellsTheServerWhenItCan) {
         server->clearRequests();
         signedOut = 0;
         alerts.answers = {platform::ALERT_FIRST_BUTTON + (confirmed ? 0 : 1)};
-        Account account;
-        account.email = "a@b";
-        view->setAccount(account);
+        view->setAccount(Account{.email = "a@b"});
         view->setPassword(PASSWORD);
         view->setError("kept");
         view->setProviderWorking(true);
         const int activations = platform::Presentation::shared().activations();
 
         view->signOut();
-        EXPECT_EQ(platform::Presentation::shared().activations(), activations + 1);
+        if (confirmed) config["api_key"] = "";
         // Whether the account, the password, the key and the marker are still there.
         EXPECT_EQ(std::tuple(view->account().has_value(), !view->password().isEmpty(),
                              Shared::storedKey().has_value(),
                              QFile::exists(Shared::keychainMarkerPath())),
                   std::tuple(!confirmed, !confirmed, !confirmed, !confirmed));
-        EXPECT_EQ(signedOut, confirmed ? 1 : 0);
-        EXPECT_EQ(std::tuple(view->error(), view->providerWorking()), std::tuple("kept", true));
-        if (confirmed) config["api_key"] = "";
-        EXPECT_EQ(Shared::readConfig(), config);
+        EXPECT_EQ(std::tuple(signedOut, view->error(), view->providerWorking(),
+                             Shared::readConfig(), platform::Presentation::shared().activations()),
+                  std::tuple(confirmed ? 1 : 0, "kept", true, config, activations + 1));
 
         const size_t told = confirmed && key != Key::none ? 1 : 0;
         runEventsUntil([&] { return server->requests().size() == told; });
         runEventsUntil([] { return false; }, 50);
         ASSERT_EQ(server->requests().size(), told);
-        if (told) {
-            EXPECT_EQ(server->requests()[0].header("X-API-Key"), "key-1");
-        }
+        if (told) EXPECT_EQ(server->requests()[0].header("X-API-Key"), "key-1");
     }
     ASSERT_EQ(alerts.shown.size(), 4u);
     const platform::Alert& alert = alerts.shown[0];
-    EXPECT_EQ(std::tuple(alert.style, alert.messageText, alert.buttons),
+    EXPECT_EQ(std::tuple(alert.style, alert.messageText, alert.buttons, alert.informativeText),
               std::tuple(platform::Alert::Style::warning, "Sign out of Vaskel?",
-                         QStringList{"Sign Out", "Cancel"}));
-    EXPECT_EQ(alert.informativeText,
-              "The Vaskel folder will be removed from this Mac and the stored key forgotten. "
-              "Nothing is deleted from the server.");
+                         QStringList{"Sign Out", "Cancel"},
+                         "The Vaskel folder will be removed from this Mac and the stored key "
+                         "forgotten. Nothing is deleted from the server."));
 }
 
 INSTANTIATE_TEST_SUITE_P(Loopback, SetupFlowsTest,
