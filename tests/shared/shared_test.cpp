@@ -200,9 +200,8 @@ TEST_F(KeyStorageTest, SignInAndStartKeepAFileCopyOnlyWhereTheKeychainCannotServ
 
 TEST(Rates, StatsFileInTheAppGroupContainerIsReadWhileFresh) {
     testing_support::FakePlatform platform;
-    const auto sample = [&](double age, QByteArray rates = R"("down_bps": 2048, "up_bps": 512)") {
-        return R"({"at": )" + QByteArray::number(platform.clock.now - age, 'f', 3) + ", " + rates +
-               "}";
+    const auto sample = [&](double age, QByteArray r = R"("down_bps": 2048, "up_bps": 512)") {
+        return R"({"at": )" + QByteArray::number(platform.clock.now - age, 'f', 3) + ", " + r + "}";
     };
     const Shared::Rates none{}, fresh{2048, 512, true};
     // clang-format off
