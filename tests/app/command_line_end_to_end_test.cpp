@@ -1,13 +1,12 @@
 // The built vaskel executable, run as a user would run it, with a throwaway home, beside the
 // built stand-in of the sync extension.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-
-#include <fcntl.h>
 #include <unistd.h>
+
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -15,9 +14,7 @@
 #include "support/run_program.h"
 #include "support/test_files.h"
 
-using testing_support::ProgramRun;
-using testing_support::readFile;
-using testing_support::writeFile;
+using namespace testing_support;
 
 namespace {
 
@@ -32,7 +29,7 @@ protected:
 
     // Runs vaskel, whose standard error must stay empty, and checks its exit status.
     QByteArray out(const QStringList& arguments, int status = 0, double timeout = 30) {
-        const ProgramRun run = testing_support::runVaskel(arguments, home, extra, timeout);
+        const ProgramRun run = runVaskel(arguments, home, extra, timeout);
         EXPECT_EQ(run.standardError, QByteArray()) << arguments.join(' ').toStdString();
         EXPECT_EQ(run.exitStatus, status) << arguments.join(' ').toStdString();
         return run.standardOutput;
@@ -57,7 +54,7 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
 
     // 1 KB/s: the made-up files of a few megabytes stay unfinished throughout.
     QProcess standIn;
-    standIn.setProcessEnvironment(testing_support::vaskelEnvironment(home));
+    standIn.setProcessEnvironment(vaskelEnvironment(home));
     standIn.start(VASKEL_SYNC_STANDIN, {"--speed", "1", "--batch", "2"});
     QByteArray log;
     const auto logged = [&](const char* text) {
@@ -89,18 +86,17 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
               R"({"account_email": "me@example.com", "transfers_paused": true})");
     EXPECT_TRUE(logged("transfers paused")) << log.constData();
     EXPECT_TRUE(out({"--progress", "0.6"}).contains(" pausable=y paused=y\n"));
-    EXPECT_TRUE(readFile(home + "/.local/share/group.com.norva.vaskel/stats.json")
-                    .contains("\"down_bps\":0"));
+    const QString container = home + "/.local/share/group.com.norva.vaskel";
+    EXPECT_TRUE(readFile(container + "/stats.json").contains("\"down_bps\":0"));
 
     standIn.terminate();
     ASSERT_TRUE(standIn.waitForFinished(10000));
     EXPECT_EQ(standIn.exitCode(), 0);
     EXPECT_TRUE(standIn.readAllStandardOutput().endsWith(" stopped\n"));
     EXPECT_EQ(out({"--progress", "0.6"}, 2), nothingTracked) << "it leaves no transfer behind";
-    const QString cursor = home + "/.local/share/group.com.norva.vaskel/cursor.json";
-    writeFile(cursor, R"({"changeCursor": 99})");
+    writeFile(container + "/cursor.json", R"({"changeCursor": 99})");
     out({"--resync"});
-    EXPECT_EQ(readFile(cursor), R"({"changeCursor":1})");
+    EXPECT_EQ(readFile(container + "/cursor.json"), R"({"changeCursor":1})");
 
     const QByteArray listed =
         "com.norva.vaskel.domain  \"me@example.com\"  hidden=false  "
