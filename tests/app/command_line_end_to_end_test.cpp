@@ -109,7 +109,19 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
     EXPECT_EQ(out({"--list"}), listed);
     // --watch runs until it is stopped, here by the run's time-out.
     EXPECT_EQ(out({"--watch", "0.2"}, -1, 1.5), "watching: refreshing every 0s — ctrl-C to stop\n");
-    EXPECT_EQ(out({"--remove"}), "domain removed\n");
+    // The command line maps Qt Core and the core library only: the desktop module, the network
+    // and keychain code and what they pull in stay out. (GLib itself comes with Qt Core.)
+    extra.insert("LD_DEBUG", "libs");
+    const ProgramRun removed = runVaskel({"--remove"}, home, extra);
+    extra.remove("LD_DEBUG");
+    EXPECT_EQ(std::pair(removed.exitStatus, removed.standardOutput),
+              std::pair(0, QByteArray("domain removed\n")));
+    EXPECT_TRUE(removed.standardError.contains("libvaskel-core")) << "the loader trace is there";
+    for (const char* library :
+         {"libvaskel-desktop", "libvaskel-account", "libQt6Widgets", "libQt6Gui", "libQt6Network",
+          "libQt6DBus", "libdbus-1", "libsecret", "libgio-2.0", "libgobject-2.0", "libsystemd",
+          "libssl", "libcrypto"})
+        EXPECT_FALSE(removed.standardError.contains(library)) << library;
     EXPECT_EQ(out({"--progress", "5"}, 1),
               "watching for 5s — read a file in the Vaskel folder to see it move\n"
               "domain not registered — run --add first\n");
@@ -126,6 +138,13 @@ TEST_F(CommandLineEndToEndTest, StateLocationsFollowTheEnvironmentAndDamageIsRep
     writeFile(root.path() + "/a file", "x");
     extra.insert("XDG_DATA_HOME", root.path() + "/a file/share");
     EXPECT_EQ(out({"--resync"}), "no app group container\n");
+}
+
+TEST_F(CommandLineEndToEndTest, ApplicationModeWithoutADisplayExplainsAndFails) {
+    const ProgramRun run = runVaskel({}, home);
+    EXPECT_EQ(std::pair(run.exitStatus, run.standardOutput), std::pair(1, QByteArray()));
+    EXPECT_TRUE(run.standardError.startsWith("vaskel: ")) << run.standardError.constData();
+    EXPECT_EQ(run.standardError.count('\n'), 1) << run.standardError.constData();
 }
 
 // Takes the full 20 seconds: the service's state is locked by another process for longer.

@@ -92,6 +92,8 @@ TEST_F(CommandModeTest, AddFailuresShowTheFullDescriptionOrWhyThereIsNoFolder) {
     EXPECT_TRUE(failed[0].startsWith("add failed: the synced folder cannot be created: "));
     EXPECT_TRUE(failed[1].startsWith(
         "  Error Domain=com.norva.vaskel.FileProviderError Code=5 \"the synced folder"));
+    EXPECT_EQ(readFile(folderOf("Vaskel")), "a file in the folder's place");
+    EXPECT_EQ(lines({"--list"}), QStringList{"no domains registered"});
     QFile::remove(folderOf("Vaskel"));
     const auto added = runBetweenAnswers({"--add"}, [&] {
         QDir(folderOf("Vaskel")).removeRecursively();

@@ -2,14 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <QTemporaryDir>
-
 #include "support/fake_platform.h"
-#include "support/run_program.h"
 
 namespace {
-
-using testing_support::runVaskel;
 
 TEST(InstallLocation, ProblemByBundlePath) {
     const QString diskImage =
@@ -30,33 +25,6 @@ TEST(InstallLocation, ProblemByBundlePath) {
         platform.bundle.bundlePath = path;
         EXPECT_EQ(VaskelHost::installLocationProblem(), problem) << path;
     }
-}
-
-// The command line maps Qt Core and the core library only: the desktop module, the network and
-// keychain code and what they pull in stay out. (GLib itself comes with Qt Core.)
-TEST(ProgramEntry, CommandModeMapsNoDesktopNetworkOrKeychainLibrary) {
-    QTemporaryDir home;
-    QProcessEnvironment environment;
-    environment.insert("LD_DEBUG", "libs");
-    const auto run = runVaskel({"--add"}, home.path(), environment);
-    EXPECT_EQ(run.exitStatus, 0);
-    EXPECT_TRUE(run.standardOutput.startsWith("domain added: "));
-    EXPECT_TRUE(run.standardError.contains("libQt6Core")) << "the loader trace is there";
-    EXPECT_TRUE(run.standardError.contains("libvaskel-core"));
-    for (const char* library :
-         {"libvaskel-desktop", "libvaskel-account", "libQt6Widgets", "libQt6Gui", "libQt6Network",
-          "libQt6DBus", "libdbus-1", "libsecret", "libgio-2.0", "libgobject-2.0", "libsystemd",
-          "libssl", "libcrypto"})
-        EXPECT_FALSE(run.standardError.contains(library)) << library;
-}
-
-TEST(ProgramEntry, ApplicationModeWithoutADisplayExplainsAndFails) {
-    QTemporaryDir home;
-    const auto run = runVaskel({}, home.path());
-    EXPECT_EQ(run.exitStatus, 1);
-    EXPECT_EQ(run.standardOutput, "");
-    EXPECT_TRUE(run.standardError.startsWith("vaskel: ")) << run.standardError.constData();
-    EXPECT_EQ(run.standardError.count('\n'), 1) << run.standardError.constData();
 }
 
 }  // namespace
