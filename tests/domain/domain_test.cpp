@@ -2,7 +2,6 @@
 #include <thread>
 
 #include "domain/provider_responds.h"
-#include "shared/config.h"
 #include "support/command_fixture.h"
 
 using namespace platform;
@@ -21,16 +20,6 @@ protected:
         return value;
     }
 };
-
-TEST_F(DomainTest, NameFollowsTheAccountEmailOnEveryRead) {
-    EXPECT_EQ(makeDomain().identifier, "com.norva.vaskel.domain");
-    for (const auto& [config, name] : {std::pair{R"({"account_email": ""})", "Vaskel"},
-                                       {R"({"account_email": "me@example.com"})", "me@example.com"},
-                                       {"", "Vaskel"}}) {
-        testing_support::writeFile(Shared::configPath(), config);
-        EXPECT_EQ(makeDomain().displayName, name) << config;
-    }
-}
 
 TEST_F(DomainTest, ProviderRespondsWhenTheListingReturnsBeforeTheDeadline) {
     provider.listing.hang = true;

@@ -2,7 +2,6 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <thread>
 
@@ -103,13 +102,6 @@ TEST_F(FileProviderServiceTest, SignalsAndEvictionsAreRecordedForTheExtension) {
     EXPECT_FALSE(signal("d"));
     EXPECT_EQ(provider.workingSetSignals("d"), 2);
     EXPECT_EQ(provider.extension.lastSignalTime("d"), 2000);
-    // Whatever count the file holds, the next signal counts on without overflowing.
-    for (const auto& [stored, next] : {std::pair{MAX, MAX}, {-7, 1}}) {
-        writeFile(state + "/domains/d/signals.json",
-                  QJsonDocument({{"workingSet", QJsonObject{{"count", stored}}}}).toJson());
-        EXPECT_FALSE(signal("d"));
-        EXPECT_EQ(provider.workingSetSignals("d"), next) << stored;
-    }
     EXPECT_TRUE(waitFor([&](auto done) { service.reconnect("other", done); }));
 
     writeFile(folderOf("D") + "/docs/report.pdf", "pdf");
@@ -128,27 +120,6 @@ TEST_F(FileProviderServiceTest, SignalsAndEvictionsAreRecordedForTheExtension) {
     service.userVisibleURL("d", [&](auto folder, auto) { url.set_value(folder); });
     EXPECT_EQ(url.get_future().get(), folderOf("D"));
     EXPECT_TRUE(QFileInfo(folderOf("D")).isDir()) << "asking for the folder recreates it";
-}
-
-TEST_F(FileProviderServiceTest, IdentifiesPathsInsideRegisteredFoldersThroughLinks) {
-    ASSERT_FALSE(add("d", "D"));
-    const QString folder = folderOf("D"), root = platform.root.path();
-    ASSERT_TRUE(QDir().mkpath(folder + "/with space"));
-    writeFile(root + "/outside/file.txt", "x");
-    QFile::link(folder, root + "/link-to-folder");
-    QFile::link(root + "/outside/file.txt", folder + "/link-out");
-    const std::pair<QString, QString> cases[] = {
-        {folder + "/", ROOT_CONTAINER_ITEM_IDENTIFIER},
-        {root + "/link-to-folder/with space", "with space"},
-        {folder + "/link-out", "link-out"}};
-    for (const auto& [path, item] : cases) {
-        std::promise<std::pair<std::optional<QString>, std::optional<QString>>> p;
-        service.identifierForUserVisibleFile(path, [&](auto item, auto domain, auto) {
-            p.set_value({item, domain});
-        });
-        EXPECT_EQ(p.get_future().get(),
-                  std::pair(std::optional(item), std::optional<QString>("d")));
-    }
 }
 
 TEST_F(FileProviderServiceTest, GlobalProgressReadsWhatTheExtensionReports) {
