@@ -127,7 +127,7 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
               "domain not registered — run --add first\n");
 }
 
-TEST_F(CommandLineEndToEndTest, StateLocationsFollowTheEnvironmentAndDamageIsReported) {
+TEST_F(CommandLineEndToEndTest, StateLocationsFollowTheEnvironmentAndWhatCannotWorkIsExplained) {
     writeFile(state + "/registry.json", "{\"domains\": 7}");
     // A relative XDG_STATE_HOME is not used: the state stays under ~/.local/state.
     extra.insert("XDG_STATE_HOME", "relative/state");
@@ -138,9 +138,7 @@ TEST_F(CommandLineEndToEndTest, StateLocationsFollowTheEnvironmentAndDamageIsRep
     writeFile(root.path() + "/a file", "x");
     extra.insert("XDG_DATA_HOME", root.path() + "/a file/share");
     EXPECT_EQ(out({"--resync"}), "no app group container\n");
-}
-
-TEST_F(CommandLineEndToEndTest, ApplicationModeWithoutADisplayExplainsAndFails) {
+    // Without a display the application explains why it cannot start.
     const ProgramRun run = runVaskel({}, home);
     EXPECT_EQ(std::pair(run.exitStatus, run.standardOutput), std::pair(1, QByteArray()));
     EXPECT_TRUE(run.standardError.startsWith("vaskel: ")) << run.standardError.constData();

@@ -139,36 +139,33 @@ TEST_F(CommandModeTest, WatchSignalsAtOnceAndOnEveryIntervalAndPrintsFailures) {
 }
 
 TEST_F(CommandModeTest, IdentifyAndEvictAskThePathsOwnDomain) {
-    for (const QString option : {"--identify", "--evict"}) {
-        for (const QStringList& arguments : {QStringList{option}, QStringList{option, ""}})
-            EXPECT_EQ(lines(arguments), QStringList{"usage: " + option + " <path>"});
-    }
     registerOurDomain();
     provider.addDomain("other.domain", "Other");
     const QString folder = folderOf("Vaskel"), file = folder + "/docs/q4 report.pdf";
-    writeFile(file, "pdf");
-    writeFile(folderOf("Other") + "/a.txt", "a");
-    EXPECT_EQ(lines({"--identify", file}), (QStringList{"identifier: docs/q4 report.pdf",
-                                                        "domain    : com.norva.vaskel.domain"}));
-    EXPECT_EQ(lines({"--identify", folder + "/"}),
-              (QStringList{"identifier: NSFileProviderRootContainerItemIdentifier",
-                           "domain    : com.norva.vaskel.domain"}));
-    EXPECT_EQ(lines({"--identify", folder + "/nope"}),
-              QStringList{"no identifier: " + folder + "/nope: No such file or directory"});
+    const QString other = folderOf("Other") + "/a.txt", outside = platform.root.path() + "/x";
+    for (const QString& path : {file, other, outside}) writeFile(path, "x");
+    const QString ours = "\ndomain    : com.norva.vaskel.domain";
+    // clang-format off
+    const std::pair<QStringList, QString> cases[] = {
+        {{"--identify"}, "usage: --identify <path>"}, {{"--evict", ""}, "usage: --evict <path>"},
+        {{"--identify", ""}, "usage: --identify <path>"}, {{"--evict"}, "usage: --evict <path>"},
+        {{"--identify", file}, "identifier: docs/q4 report.pdf" + ours},
+        {{"--identify", folder + "/"},
+         "identifier: NSFileProviderRootContainerItemIdentifier" + ours},
+        {{"--identify", folder + "/nope"},
+         "no identifier: " + folder + "/nope: No such file or directory"},
+        {{"--evict", "docs/q4 report.pdf"}, "evicted q4 report.pdf"},  // relative to the folder
+        {{"--evict", folder + "/docs/"}, "evicted docs"}, {{"--evict", other}, "evicted a.txt"},
+        {{"--evict", outside},
+         "not a file provider item: " + outside + " is not inside a synced folder"}};
+    // clang-format on
     const QString previous = QDir::currentPath();
     QDir::setCurrent(folder);
-    EXPECT_EQ(lines({"--evict", "docs/q4 report.pdf"}), QStringList{"evicted q4 report.pdf"});
+    for (const auto& [arguments, said] : cases) EXPECT_EQ(lines(arguments).join('\n'), said);
     QDir::setCurrent(previous);
-    EXPECT_EQ(lines({"--evict", folder + "/docs/"}), QStringList{"evicted docs"});
-    EXPECT_EQ(lines({"--evict", folderOf("Other") + "/a.txt"}), QStringList{"evicted a.txt"});
     EXPECT_EQ(provider.extension.evictionRequests(DOMAIN_ID),
               (QStringList{"docs/q4 report.pdf", "docs"}));
     EXPECT_EQ(provider.extension.evictionRequests("other.domain"), QStringList{"a.txt"});
-
-    const QString outside = platform.root.path() + "/outside.txt";
-    writeFile(outside, "x");
-    EXPECT_EQ(lines({"--evict", outside}), QStringList{"not a file provider item: " + outside +
-                                                       " is not inside a synced folder"});
     breakStateWrites();
     const auto failed = lines({"--evict", file});
     ASSERT_EQ(failed.size(), 1);
