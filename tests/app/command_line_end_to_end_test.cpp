@@ -5,8 +5,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <QDeadlineTimer>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -58,12 +58,8 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
     standIn.start(VASKEL_SYNC_STANDIN, {"--speed", "1", "--batch", "2"});
     QByteArray log;
     const auto logged = [&](const char* text) {
-        QElapsedTimer waited;
-        waited.start();
-        while (!log.contains(text) && waited.elapsed() < 15000) {
-            standIn.waitForReadyRead(100);
-            log += standIn.readAllStandardOutput();
-        }
+        for (QDeadlineTimer deadline(15000); !log.contains(text) && !deadline.hasExpired();)
+            log += (standIn.waitForReadyRead(100), standIn.readAllStandardOutput());
         return log.contains(text);
     };
     ASSERT_TRUE(logged("first enumeration: 2 files to download")) << log.constData();
