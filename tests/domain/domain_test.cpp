@@ -8,18 +8,18 @@ using namespace platform;
 
 namespace {
 
-class DomainTest : public testing_support::CommandFixture {
-protected:
-    bool responds(double timeout) {
-        std::promise<std::pair<bool, std::thread::id>> answer;
-        providerResponds(timeout, [&](bool value) {
-            answer.set_value({value, std::this_thread::get_id()});
-        });
-        const auto [value, thread] = answer.get_future().get();
-        EXPECT_NE(thread, std::this_thread::get_id()) << "never on the caller's (main) thread";
-        return value;
-    }
-};
+// Whether the provider responds within `timeout`; the answer never comes on the caller's thread.
+bool responds(double timeout) {
+    std::promise<std::pair<bool, std::thread::id>> answer;
+    providerResponds(timeout, [&](bool value) {
+        answer.set_value({value, std::this_thread::get_id()});
+    });
+    const auto [value, thread] = answer.get_future().get();
+    EXPECT_NE(thread, std::this_thread::get_id()) << "never on the caller's (main) thread";
+    return value;
+}
+
+using DomainTest = testing_support::CommandFixture;
 
 TEST_F(DomainTest, ProviderRespondsWhenTheListingReturnsBeforeTheDeadline) {
     provider.listing.hang = true;
