@@ -1,13 +1,12 @@
 // The built vaskel executable, run as a user would run it, with a throwaway home, beside the
 // built stand-in of the sync extension.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-
-#include <fcntl.h>
 #include <unistd.h>
+
+#include <QDeadlineTimer>
 #include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -15,9 +14,7 @@
 #include "support/run_program.h"
 #include "support/test_files.h"
 
-using testing_support::ProgramRun;
-using testing_support::readFile;
-using testing_support::writeFile;
+using namespace testing_support;
 
 namespace {
 
@@ -32,7 +29,7 @@ protected:
 
     // Runs vaskel, whose standard error must stay empty, and checks its exit status.
     QByteArray out(const QStringList& arguments, int status = 0, double timeout = 30) {
-        const ProgramRun run = testing_support::runVaskel(arguments, home, extra, timeout);
+        const ProgramRun run = runVaskel(arguments, home, extra, timeout);
         EXPECT_EQ(run.standardError, QByteArray()) << arguments.join(' ').toStdString();
         EXPECT_EQ(run.exitStatus, status) << arguments.join(' ').toStdString();
         return run.standardOutput;
@@ -57,16 +54,12 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
 
     // 1 KB/s: the made-up files of a few megabytes stay unfinished throughout.
     QProcess standIn;
-    standIn.setProcessEnvironment(testing_support::vaskelEnvironment(home));
+    standIn.setProcessEnvironment(vaskelEnvironment(home));
     standIn.start(VASKEL_SYNC_STANDIN, {"--speed", "1", "--batch", "2"});
     QByteArray log;
     const auto logged = [&](const char* text) {
-        QElapsedTimer waited;
-        waited.start();
-        while (!log.contains(text) && waited.elapsed() < 15000) {
-            standIn.waitForReadyRead(100);
-            log += standIn.readAllStandardOutput();
-        }
+        for (QDeadlineTimer deadline(15000); !log.contains(text) && !deadline.hasExpired();)
+            log += (standIn.waitForReadyRead(100), standIn.readAllStandardOutput());
         return log.contains(text);
     };
     ASSERT_TRUE(logged("first enumeration: 2 files to download")) << log.constData();
@@ -89,18 +82,17 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
               R"({"account_email": "me@example.com", "transfers_paused": true})");
     EXPECT_TRUE(logged("transfers paused")) << log.constData();
     EXPECT_TRUE(out({"--progress", "0.6"}).contains(" pausable=y paused=y\n"));
-    EXPECT_TRUE(readFile(home + "/.local/share/group.com.norva.vaskel/stats.json")
-                    .contains("\"down_bps\":0"));
+    const QString container = home + "/.local/share/group.com.norva.vaskel";
+    EXPECT_TRUE(readFile(container + "/stats.json").contains("\"down_bps\":0"));
 
     standIn.terminate();
     ASSERT_TRUE(standIn.waitForFinished(10000));
     EXPECT_EQ(standIn.exitCode(), 0);
     EXPECT_TRUE(standIn.readAllStandardOutput().endsWith(" stopped\n"));
     EXPECT_EQ(out({"--progress", "0.6"}, 2), nothingTracked) << "it leaves no transfer behind";
-    const QString cursor = home + "/.local/share/group.com.norva.vaskel/cursor.json";
-    writeFile(cursor, R"({"changeCursor": 99})");
+    writeFile(container + "/cursor.json", R"({"changeCursor": 99})");
     out({"--resync"});
-    EXPECT_EQ(readFile(cursor), R"({"changeCursor":1})");
+    EXPECT_EQ(readFile(container + "/cursor.json"), R"({"changeCursor":1})");
 
     const QByteArray listed =
         "com.norva.vaskel.domain  \"me@example.com\"  hidden=false  "
@@ -113,13 +105,25 @@ TEST_F(CommandLineEndToEndTest, ADomainLivesAcrossProcessesAndTheSyncStandInMove
     EXPECT_EQ(out({"--list"}), listed);
     // --watch runs until it is stopped, here by the run's time-out.
     EXPECT_EQ(out({"--watch", "0.2"}, -1, 1.5), "watching: refreshing every 0s — ctrl-C to stop\n");
-    EXPECT_EQ(out({"--remove"}), "domain removed\n");
+    // The command line maps Qt Core and the core library only: the desktop module, the network
+    // and keychain code and what they pull in stay out. (GLib itself comes with Qt Core.)
+    extra.insert("LD_DEBUG", "libs");
+    const ProgramRun removed = runVaskel({"--remove"}, home, extra);
+    extra.remove("LD_DEBUG");
+    EXPECT_EQ(std::pair(removed.exitStatus, removed.standardOutput),
+              std::pair(0, QByteArray("domain removed\n")));
+    EXPECT_TRUE(removed.standardError.contains("libvaskel-core")) << "the loader trace is there";
+    for (const char* library :
+         {"libvaskel-desktop", "libvaskel-account", "libQt6Widgets", "libQt6Gui", "libQt6Network",
+          "libQt6DBus", "libdbus-1", "libsecret", "libgio-2.0", "libgobject-2.0", "libsystemd",
+          "libssl", "libcrypto"})
+        EXPECT_FALSE(removed.standardError.contains(library)) << library;
     EXPECT_EQ(out({"--progress", "5"}, 1),
               "watching for 5s — read a file in the Vaskel folder to see it move\n"
               "domain not registered — run --add first\n");
 }
 
-TEST_F(CommandLineEndToEndTest, StateLocationsFollowTheEnvironmentAndDamageIsReported) {
+TEST_F(CommandLineEndToEndTest, StateLocationsFollowTheEnvironmentAndWhatCannotWorkIsExplained) {
     writeFile(state + "/registry.json", "{\"domains\": 7}");
     // A relative XDG_STATE_HOME is not used: the state stays under ~/.local/state.
     extra.insert("XDG_STATE_HOME", "relative/state");
@@ -130,6 +134,11 @@ TEST_F(CommandLineEndToEndTest, StateLocationsFollowTheEnvironmentAndDamageIsRep
     writeFile(root.path() + "/a file", "x");
     extra.insert("XDG_DATA_HOME", root.path() + "/a file/share");
     EXPECT_EQ(out({"--resync"}), "no app group container\n");
+    // Without a display the application explains why it cannot start.
+    const ProgramRun run = runVaskel({}, home);
+    EXPECT_EQ(std::pair(run.exitStatus, run.standardOutput), std::pair(1, QByteArray()));
+    EXPECT_TRUE(run.standardError.startsWith("vaskel: ")) << run.standardError.constData();
+    EXPECT_EQ(run.standardError.count('\n'), 1) << run.standardError.constData();
 }
 
 // Takes the full 20 seconds: the service's state is locked by another process for longer.

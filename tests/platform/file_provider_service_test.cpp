@@ -1,47 +1,29 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <future>
-#include <limits>
 #include <thread>
 
-#include "platform/file_provider/domain_registry.h"
-#include "platform/file_provider/local_file_provider_service.h"
-#include "support/fake_file_provider.h"
-#include "support/fake_platform.h"
-#include "support/test_files.h"
+#include "support/command_fixture.h"
 
 using namespace platform;
-using testing_support::waitFor;
-
-using testing_support::fileMode;
-using testing_support::readFile;
-using testing_support::writeFile;
+using namespace testing_support;
 
 namespace {
 
-struct Identified {
-    std::optional<QString> item, domain;
-    std::optional<FileProviderError> error;
-};
+constexpr qint64 MAX = std::numeric_limits<qint64>::max();
+constexpr auto DAMAGED = FileProviderError::registryDamaged;
 
-class FileProviderServiceTest : public ::testing::Test {
+int code(const std::optional<FileProviderError>& error) {
+    return error ? error->code : -1;
+}
+
+class FileProviderServiceTest : public CommandFixture {
 protected:
-    testing_support::FakePlatform platform;
-    QString stateDirectory = platform.root.path() + QStringLiteral("/state/fileprovider/app");
-    testing_support::FakeFileProvider provider{stateDirectory};
     LocalFileProviderService& service = provider.service;
+    QString state = service.stateDirectory();
 
-    QString folderOf(const QString& name) {
-        return platform.home.dir + QStringLiteral("/CloudStorage/Vaskel-") + name;
-    }
     std::pair<QList<FileProviderDomain>, std::optional<FileProviderError>> domains() {
         std::promise<std::pair<QList<FileProviderDomain>, std::optional<FileProviderError>>> p;
         service.getDomains([&, caller = std::this_thread::get_id()](auto list, auto error) {
@@ -50,23 +32,14 @@ protected:
         });
         return p.get_future().get();
     }
-    Identified identify(const QString& path) {
-        std::promise<Identified> p;
-        service.identifierForUserVisibleFile(path, [&](auto item, auto domain, auto error) {
-            p.set_value({item, domain, error});
-        });
-        return p.get_future().get();
-    }
     std::optional<FileProviderError> add(const QString& id, const QString& name) {
-        return waitFor([&](ErrorCompletion done) {
-            service.add({id, name, false, false, true}, done);
-        });
+        return waitFor([&](auto done) { service.add({id, name, false, false, true}, done); });
     }
     std::optional<FileProviderError> remove(const QString& id) {
-        return waitFor([&](ErrorCompletion done) { service.remove({id, {}}, done); });
+        return waitFor([&](auto done) { service.remove({id, {}}, done); });
     }
     std::optional<FileProviderError> signal(const QString& id) {
-        return waitFor([&](ErrorCompletion done) { service.signalWorkingSet(id, done); });
+        return waitFor([&](auto done) { service.signalWorkingSet(id, done); });
     }
 };
 
@@ -76,108 +49,70 @@ TEST_F(FileProviderServiceTest, RegistryPersistsPrivatelyAndRemovingKeepsTheFold
     // Adding again replaces in place and clears the disconnected flag.
     ASSERT_FALSE(provider.extension.setDisconnected("b.domain", true));
     ASSERT_FALSE(add("b.domain", "B2"));
-
-    const auto list = domains().first;
-    ASSERT_EQ(list.size(), 2);
-    EXPECT_EQ(list[0], (FileProviderDomain{"b.domain", "B2", false, false, true}));
-    EXPECT_EQ(list[1].identifier, "a.domain");
-    EXPECT_EQ(fileMode(stateDirectory), 0700u);
-    EXPECT_EQ(fileMode(provider.registryPath()), 0600u);
-    EXPECT_EQ(fileMode(folderOf("B2")), 0700u);
+    EXPECT_EQ(domains().first, (QList<FileProviderDomain>{{"b.domain", "B2", false, false, true},
+                                                          {"a.domain", "A", false, false, true}}));
+    EXPECT_EQ(
+        std::tuple(fileMode(state), fileMode(provider.registryPath()), fileMode(folderOf("B2"))),
+        std::tuple(0700u, 0600u, 0700u));
     EXPECT_TRUE(QFileInfo(folderOf("B")).isDir()) << "old folder is kept";
 
     writeFile(folderOf("A") + "/notes.txt", "mine");
     EXPECT_FALSE(remove("a.domain"));
     EXPECT_EQ(domains().first.size(), 1);
     EXPECT_EQ(readFile(folderOf("A") + "/notes.txt"), "mine");
-    EXPECT_EQ(remove("a.domain")->code, FileProviderError::noSuchDomain);
+    EXPECT_EQ(code(remove("a.domain")), FileProviderError::noSuchDomain);
 }
 
-TEST_F(FileProviderServiceTest, DamagedRegistryIsReportedByEveryCallAndNeverOverwritten) {
-    for (const QByteArray contents :
-         {"not json", "[]", "{\"domains\":[{\"displayName\":\"x\"}]}"}) {
-        SCOPED_TRACE(contents.constData());
+TEST_F(FileProviderServiceTest, DamagedOrUnusableStateFailsWithoutLosingAnything) {
+    for (const QByteArray contents : {"not json", "[]", R"({"domains":[{"displayName":"x"}]})"}) {
         writeFile(provider.registryPath(), contents);
         const auto [list, error] = domains();
-        EXPECT_TRUE(list.isEmpty());
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->code, FileProviderError::registryDamaged);
-        EXPECT_TRUE(error->localizedDescription().contains(provider.registryPath()));
-        EXPECT_EQ(add("d", "D")->code, FileProviderError::registryDamaged);
-        EXPECT_TRUE(signal("d"));
-        EXPECT_FALSE(service.isRegistered("d"));
-        EXPECT_EQ(readFile(provider.registryPath()), contents);
+        EXPECT_TRUE(error && error->localizedDescription().contains(provider.registryPath()));
+        EXPECT_EQ(std::tuple(list.size(), code(error), code(add("d", "D")), code(signal("d")) != -1,
+                             service.isRegistered("d"), readFile(provider.registryPath())),
+                  std::tuple(0, DAMAGED, DAMAGED, true, false, contents));
     }
-}
-
-TEST_F(FileProviderServiceTest, UnusableStateOrFolderFailsWithoutLosingAnything) {
-    const QString blocker = platform.root.path() + "/state/fileprovider";
-    writeFile(blocker, "a file where a folder belongs");
-    EXPECT_EQ(add("e", "E")->code, FileProviderError::stateNotWritable);
-    EXPECT_EQ(readFile(blocker), "a file where a folder belongs");
-    QFile::remove(blocker);
-
-    writeFile(folderOf("F"), "a file, not a folder");
-    EXPECT_EQ(add("f", "F")->code, FileProviderError::folderUnavailable);
-    EXPECT_TRUE(domains().first.isEmpty());
-    EXPECT_EQ(readFile(folderOf("F")), "a file, not a folder");
+    QDir(state).removeRecursively();
+    writeFile(state, "a file where a folder belongs");
+    EXPECT_EQ(code(add("e", "E")), FileProviderError::stateNotWritable);
+    EXPECT_EQ(readFile(state), "a file where a folder belongs");
+    QFile::remove(state);
 
     ASSERT_FALSE(add("d", "../../etc/x"));
     EXPECT_TRUE(QFileInfo(folderOf("..-..-etc-x")).isDir()) << "slashes stay inside CloudStorage";
-}
 
-TEST_F(FileProviderServiceTest, AWriterGivesUpOnALockAnotherProcessKeeps) {
-    ASSERT_FALSE(add("d", "D"));
-    const QString lockPath = stateDirectory + "/.lock";
-    const int holder = ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CLOEXEC);
+    // A writer gives up on a lock another process keeps.
+    const int holder = ::open(QFile::encodeName(state + "/.lock").constData(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::flock(holder, LOCK_EX), 0);
-    {
-        const file_provider_state::StateLock waiting(stateDirectory, std::chrono::milliseconds(50));
-        ASSERT_TRUE(waiting.error());
-        EXPECT_EQ(waiting.error()->code, FileProviderError::stateNotWritable);
-        EXPECT_TRUE(waiting.error()->localizedDescription().endsWith(
-            "still held by another process after 0.05 s"));
-    }
+    const file_provider_state::StateLock waiting(state, std::chrono::milliseconds(50));
+    EXPECT_EQ(code(waiting.error()), FileProviderError::stateNotWritable);
+    EXPECT_TRUE(waiting.error()
+                    .value_or(FileProviderError{})
+                    .localizedDescription()
+                    .endsWith("still held by another process after 0.05 s"));
     ::close(holder);
-    EXPECT_FALSE(file_provider_state::StateLock(stateDirectory).error()) << "free again";
+    EXPECT_FALSE(file_provider_state::StateLock(state).error()) << "free again";
 }
 
-TEST_F(FileProviderServiceTest, SignalsReconnectAndEvictionsAreRecordedForTheExtension) {
+TEST_F(FileProviderServiceTest, SignalsAndEvictionsAreRecordedForTheExtension) {
     ASSERT_FALSE(add("d", "D"));
-    for (const double now : {1000.0, 2000.0}) {
-        platform.clock.now = now;
-        EXPECT_FALSE(signal("d"));
-    }
-    EXPECT_EQ(provider.workingSetSignals("d"), 2);
-    EXPECT_EQ(provider.extension.lastSignalTime("d"), 2000);
-    // Whatever count the file holds, the next signal counts on without overflowing.
-    const QString signalsPath =
-        file_provider_state::domainStateDirectory(stateDirectory, "d") + "/signals.json";
-    for (const auto& [stored, expected] :
-         {std::pair{std::numeric_limits<qint64>::max(), std::numeric_limits<qint64>::max()},
-          {-7, 1}}) {
-        writeFile(
-            signalsPath,
-            QJsonDocument(QJsonObject{{"workingSet", QJsonObject{{"count", stored}}}}).toJson());
-        EXPECT_FALSE(signal("d"));
-        EXPECT_EQ(provider.workingSetSignals("d"), expected) << stored;
-    }
-
-    EXPECT_TRUE(waitFor([&](ErrorCompletion done) { service.reconnect("other", done); }));
+    platform.clock.now = 1000;
+    EXPECT_FALSE(signal("d"));
+    platform.clock.now = 2000;
+    EXPECT_FALSE(signal("d"));
+    EXPECT_EQ(std::pair(provider.workingSetSignals("d"), provider.extension.lastSignalTime("d")),
+              std::pair(qint64(2), 2000.0));
+    EXPECT_TRUE(waitFor([&](auto done) { service.reconnect("other", done); }));
 
     writeFile(folderOf("D") + "/docs/report.pdf", "pdf");
     const auto evict = [&](const QString& item) {
-        return waitFor([&](ErrorCompletion done) { service.evictItem("d", item, done); });
+        return waitFor([&](auto done) { service.evictItem("d", item, done); });
     };
-    EXPECT_FALSE(evict("docs/report.pdf"));
     EXPECT_FALSE(evict(ROOT_CONTAINER_ITEM_IDENTIFIER));
-    for (const char* bad : {"docs/missing.pdf", "../D/docs/report.pdf", "/etc/passwd", ""}) {
-        const auto error = evict(bad);
-        ASSERT_TRUE(error) << bad;
-        EXPECT_EQ(error->code, FileProviderError::noSuchItem);
-    }
+    for (const char* bad : {"docs/missing.pdf", "../D/docs/report.pdf", "/etc/passwd", ""})
+        EXPECT_EQ(code(evict(bad)), FileProviderError::noSuchItem) << bad;
     EXPECT_EQ(provider.extension.evictionRequests("d"),
-              (QStringList{"docs/report.pdf", ROOT_CONTAINER_ITEM_IDENTIFIER}));
+              QStringList{ROOT_CONTAINER_ITEM_IDENTIFIER});
     EXPECT_EQ(readFile(folderOf("D") + "/docs/report.pdf"), "pdf") << "eviction deletes nothing";
 
     QDir(folderOf("D")).removeRecursively();
@@ -185,40 +120,6 @@ TEST_F(FileProviderServiceTest, SignalsReconnectAndEvictionsAreRecordedForTheExt
     service.userVisibleURL("d", [&](auto folder, auto) { url.set_value(folder); });
     EXPECT_EQ(url.get_future().get(), folderOf("D"));
     EXPECT_TRUE(QFileInfo(folderOf("D")).isDir()) << "asking for the folder recreates it";
-}
-
-TEST_F(FileProviderServiceTest, IdentifiesPathsInsideRegisteredFolders) {
-    ASSERT_FALSE(add("d", "D"));
-    const QString folder = folderOf("D"), root = platform.root.path();
-    ASSERT_TRUE(QDir().mkpath(folder + "/with space"));
-    writeFile(root + "/outside/file.txt", "x");
-    QFile::link(folder, root + "/link-to-folder");
-    QFile::link(root + "/outside/file.txt", folder + "/link-out");
-
-    const QString previous = QDir::currentPath();
-    QDir::setCurrent(folder + "/with space");
-    const QString top = ROOT_CONTAINER_ITEM_IDENTIFIER;
-    const std::pair<QString, std::optional<QString>> cases[] = {
-        {folder, top},
-        {folder + "/", top},
-        {"..", top},
-        {root + "/link-to-folder/with space", "with space"},
-        {folder + "/link-out", "link-out"},
-        {root + "/outside/file.txt", std::nullopt},
-        {root + "/no/such/dir/x", std::nullopt},
-    };
-    for (const auto& [path, item] : cases) {
-        SCOPED_TRACE(path.toStdString());
-        const Identified result = identify(path);
-        EXPECT_EQ(result.item, item);
-        if (item) {
-            EXPECT_EQ(result.domain, "d");
-        } else {
-            ASSERT_TRUE(result.error);
-            EXPECT_TRUE(result.error->localizedDescription().startsWith(path));
-        }
-    }
-    QDir::setCurrent(previous);
 }
 
 TEST_F(FileProviderServiceTest, GlobalProgressReadsWhatTheExtensionReports) {
@@ -229,14 +130,12 @@ TEST_F(FileProviderServiceTest, GlobalProgressReadsWhatTheExtensionReports) {
     const std::tuple<QJsonObject, qint64, bool> cases[] = {
         {{{"completedUnitCount", 0}, {"totalUnitCount", 0}}, 0, false},  // 0 of 0 is not done
         {{{"completedUnitCount", 10}, {"totalUnitCount", 10}}, 10, true},
-        {{{"completedUnitCount", 1e300}, {"totalUnitCount", 10}, {"finished", false}},
-         std::numeric_limits<qint64>::max(),
-         false},  // the extension's word counts
+        {{{"completedUnitCount", 1e300}, {"totalUnitCount", 10}, {"finished", false}}, MAX, false},
     };
     for (const auto& [counts, completed, finished] : cases) {
         ASSERT_FALSE(provider.extension.reportProgress("d", "downloading", counts));
-        EXPECT_EQ(down->snapshot().completedUnitCount, completed);
-        EXPECT_EQ(down->snapshot().isFinished, finished) << completed;
+        EXPECT_EQ(std::pair(down->snapshot().completedUnitCount, down->snapshot().isFinished),
+                  std::pair(completed, finished));
     }
     EXPECT_TRUE(service.globalProgress("d", FileOperationKind::uploading)->snapshot().isFinished);
 }

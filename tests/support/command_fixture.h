@@ -4,6 +4,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <future>
+#include <thread>
 
 #include "domain/domain_identity.h"
 #include "support/command_runner.h"
@@ -32,6 +34,20 @@ protected:
         const QString lock = provider.service.stateDirectory() + QStringLiteral("/.lock");
         QFile::remove(lock);
         ASSERT_TRUE(QDir().mkpath(lock));
+    }
+    /// Runs a command whose first service request is answered before `change` and the next ones
+    /// after it: the world changes while the command waits. Gives the printed lines.
+    QStringList runBetweenAnswers(const QStringList& arguments,
+                                  const std::function<void()>& change) {
+        HeldService held(provider.service);
+        platform::StandIn<platform::FileProviderService> standIn(held);
+        auto run = std::async(std::launch::async, [&] { return runInProcess(arguments); });
+        for (const bool changed : {false, true}) {
+            while (held.held() == 0) std::this_thread::yield();
+            if (changed) change();
+            held.releaseAll();
+        }
+        return run.get().lines;
     }
 };
 

@@ -36,20 +36,16 @@ public:
         return *value_;
     }
 
-    bool arrived() const {
-        std::lock_guard lock(mutex_);
-        return value_.has_value();
-    }
-    int calls() const {
-        std::lock_guard lock(mutex_);
-        return calls_;
-    }
-    QThread* thread() const {
-        std::lock_guard lock(mutex_);
-        return thread_;
-    }
+    bool arrived() const { return locked(&CompletionProbe::value_).has_value(); }
+    int calls() const { return locked(&CompletionProbe::calls_); }
+    QThread* thread() const { return locked(&CompletionProbe::thread_); }
 
 private:
+    template <class Member>
+    auto locked(Member member) const {
+        std::lock_guard lock(mutex_);
+        return this->*member;
+    }
     mutable std::mutex mutex_;
     std::condition_variable arrived_;
     std::optional<T> value_;
