@@ -46,9 +46,9 @@ protected:
         server.stop();
     }
 
-    void configure(const QString& key = "key-1") {
+    void configure() {
         Shared::setConfig("server", server.origin());
-        Shared::storeKey(key, "ada@example.com");
+        Shared::storeKey("key-1", "ada@example.com");
     }
     void answer(const std::string& body, int status = 200) {
         server.script("GET", ME, {.status = status, .body = body});
@@ -273,9 +273,9 @@ TEST_F(MenuBarControllerTest, MenuRowsFollowTheSetup) {
     EXPECT_EQ(menuTitles().join(" | "),
               "Not set up | - | Download Limit | Upload Limit | Pause Transfers | - | " + tail +
                   "- | Set Up Vaskel… | Open at Login | - | Vaskel 1.0 (1) | Quit Vaskel");
-    EXPECT_EQ(menuItem("Vaskel 1.0 (1)")->toolTip(), "Build 20261007-080416");
-    EXPECT_FALSE(menuItem("Not set up")->isEnabled());
-    EXPECT_EQ(menuItem("Quit Vaskel")->shortcut(), QKeySequence("Ctrl+Q"));
+    EXPECT_EQ(std::tuple(menuItem("Vaskel 1.0 (1)")->toolTip(), menuItem("Not set up")->isEnabled(),
+                         menuItem("Quit Vaskel")->shortcut().toString()),
+              std::tuple("Build 20261007-080416", false, "Ctrl+Q"));
 
     configure();
     answer(accountBody(100, 100, R"(,"status":"suspended")" + updateOffer("2.0", 7, "Notes")));
@@ -297,9 +297,10 @@ TEST_F(MenuBarControllerTest, MenuRowsFollowTheSetup) {
             tail +
             "Browse Files Online | - | Account… | Disconnect Vaskel | Open at Login | - | "
             "Vaskel 1.0 (1) | Quit Vaskel");
-    EXPECT_TRUE(platform::needsAttention(menuItem("Access paused – payment needed…")));
-    EXPECT_EQ(menuItem("Update available: Vaskel 2.0 – Download…")->toolTip(), "Notes");
-    EXPECT_TRUE(menuItem("Open at Login")->isChecked());
+    EXPECT_EQ(std::tuple(platform::needsAttention(menuItem("Access paused – payment needed…")),
+                         menuItem("Update available: Vaskel 2.0 – Download…")->toolTip(),
+                         menuItem("Open at Login")->isChecked()),
+              std::tuple(true, "Notes", true));
 
     // Each limit: the preset checked now, and what choosing another one writes.
     const std::tuple<const char*, const char*, int, const char*, int> limits[] = {
@@ -371,8 +372,6 @@ TEST_F(MenuBarControllerTest, MenuActionsAndTheUpdateFlow) {
     ASSERT_TRUE(runEventsUntil([&] { return !controller->domainRegistered(); }));
     EXPECT_TRUE(QFile::exists(cursor));
     EXPECT_TRUE(menuTitles().contains("Connect Vaskel"));
-    controller->openFolder();
-    EXPECT_TRUE(logged("open folder: no domain registered"));
 
     // The setup window's callbacks: a sign-in forgets the cursor and registers; a sign-out
     // unregisters and forgets it again.

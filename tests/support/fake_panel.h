@@ -14,32 +14,20 @@ inline QVariant plainDBusValue(const QVariant& value) {
         return plainDBusValue(qvariant_cast<QDBusVariant>(value).variant());
     if (value.metaType() != QMetaType::fromType<QDBusArgument>()) return value;
     const auto argument = qvariant_cast<QDBusArgument>(value);
-    QVariantList list;
-    QVariantMap map;
-    switch (argument.currentType()) {
-        case QDBusArgument::StructureType:
-            argument.beginStructure();
-            while (!argument.atEnd()) list << plainDBusValue(argument.asVariant());
-            argument.endStructure();
-            return list;
-        case QDBusArgument::ArrayType:
-            argument.beginArray();
-            while (!argument.atEnd()) list << plainDBusValue(argument.asVariant());
-            argument.endArray();
-            return list;
-        case QDBusArgument::MapType:
-            argument.beginMap();
-            while (!argument.atEnd()) {
-                argument.beginMapEntry();
-                const QString key = argument.asVariant().toString();
-                map[key] = plainDBusValue(argument.asVariant());
-                argument.endMapEntry();
-            }
-            argument.endMap();
-            return map;
-        default:
-            return argument.asVariant();
+    const auto type = argument.currentType();
+    if (type == QDBusArgument::MapType) {
+        QVariantMap map;
+        argument >> map;
+        for (QVariant& entry : map) entry = plainDBusValue(entry);
+        return map;
     }
+    if (type != QDBusArgument::StructureType && type != QDBusArgument::ArrayType)
+        return argument.asVariant();
+    QVariantList list;
+    type == QDBusArgument::ArrayType ? argument.beginArray() : argument.beginStructure();
+    while (!argument.atEnd()) list << plainDBusValue(argument.asVariant());
+    type == QDBusArgument::ArrayType ? argument.endArray() : argument.endStructure();
+    return list;
 }
 
 /// A tray host as the item sees it: it runs the org.kde.StatusNotifierWatcher, takes
