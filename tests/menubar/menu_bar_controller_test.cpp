@@ -233,12 +233,9 @@ TEST_F(MenuBarControllerTest, IconFollowsItsPrecedenceAndTheTooltipSaysTheSame) 
         return QStringList{item().symbol(), item().description, item().title(), item().toolTip()}
             .join(" | ");
     };
-    struct Case {
-        bool paused;
-        double down, up, age;
-        std::string account;
-        QString shown;  // symbol | description | title | tooltip without its last line
-    };
+    // Paused, download and upload rates and their age, the account, and what the item shows:
+    // symbol | description | title | tooltip without its last line.
+    using Case = std::tuple<bool, double, double, double, std::string, QString>;
     // clang-format off
     const Case cases[] = {
         {true, 5000, 0, 1, accountBody(96, 100), "pause.circle | Transfers paused |  | Vaskel\nTransfers paused\n96 bytes of 100 bytes used (96%)"},
@@ -249,12 +246,12 @@ TEST_F(MenuBarControllerTest, IconFollowsItsPrecedenceAndTheTooltipSaysTheSame) 
         {false, 0, 0, 1, accountBody(1, 100), "cloud | Vaskel |  | Vaskel\nIdle\n1 byte of 100 bytes used (1%)"},
     };
     // clang-format on
-    for (const Case& c : cases) {
-        Shared::setConfig("transfers_paused", c.paused);
-        writeRates(c.down, c.up, c.age);
-        answer(c.account);
+    for (const auto& [paused, down, up, age, account, expected] : cases) {
+        Shared::setConfig("transfers_paused", paused);
+        writeRates(down, up, age);
+        answer(account);
         refresh();
-        EXPECT_EQ(shown(), c.shown + checked);
+        EXPECT_EQ(shown(), expected + checked);
     }
 
     // Without a domain: the slashed cloud, and "Not connected" comes before the pause.

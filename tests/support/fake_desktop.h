@@ -77,9 +77,8 @@ struct FakeAlerts : platform::Alerts {
     std::vector<platform::Alert> shown;
     int runModal(const platform::Alert& alert) override {
         shown.push_back(alert);
-        if (answers.empty()) return platform::ALERT_FIRST_BUTTON;
-        const int answer = answers.front();
-        answers.pop_front();
+        const int answer = answers.empty() ? platform::ALERT_FIRST_BUTTON : answers.front();
+        if (!answers.empty()) answers.pop_front();
         return answer;
     }
 };
@@ -99,15 +98,14 @@ struct FakeWorkspace : platform::Workspace {
 
 struct FakeLoginItems : platform::LoginItems {
     bool enabled = false;
-    std::optional<QString> failure;
     platform::LoginItemStatus status() const override {
         return enabled ? platform::LoginItemStatus::enabled
                        : platform::LoginItemStatus::notRegistered;
     }
-    std::optional<QString> registerApplication() override { return change(true); }
-    std::optional<QString> unregisterApplication() override { return change(false); }
-    // A failure changes nothing.
-    std::optional<QString> change(bool to) { return failure ? failure : (enabled = to, failure); }
+    std::optional<QString> registerApplication() override { return enabled = true, std::nullopt; }
+    std::optional<QString> unregisterApplication() override {
+        return enabled = false, std::nullopt;
+    }
 };
 
 /// Records each request to show the setup window with its callbacks.
