@@ -81,15 +81,11 @@ TEST_F(SessionBusTray, PanelReadsTheItemIconLabelAndToolTipAndHearsOfEachChangeO
         item->setToolTip("Vaskel\n↓ 0 B/s   ↑ 5 KB/s\nLast checked 10:00");
         item->setMenu(&menu);
     }
+    // clang-format off
     const std::pair<const char*, QVariant> fixed[] = {
-        {"Id", "vaskel"},
-        {"Title", "Vaskel"},
-        {"Category", "ApplicationStatus"},
-        {"Status", "Active"},
-        {"ItemIsMenu", true},
-        {"IconName", "vaskel-transfer-circle-symbolic"},
-        {"XAyatanaLabel", " 5 KB/s"},
-    };
+        {"Id", "vaskel"}, {"Title", "Vaskel"}, {"Category", "ApplicationStatus"}, {"Status", "Active"},
+        {"ItemIsMenu", true}, {"IconName", "vaskel-transfer-circle-symbolic"}, {"XAyatanaLabel", " 5 KB/s"}};
+    // clang-format on
     for (const auto& [name, value] : fixed) EXPECT_EQ(panel.itemProperty(name), value) << name;
     EXPECT_EQ(qvariant_cast<QDBusObjectPath>(panel.itemProperty("Menu")).path(), "/MenuBar");
     // The tooltip is (icon name, pixmaps, title, description).
