@@ -1,11 +1,8 @@
 #pragma once
 
-#include <QMap>
-#include <QStringList>
 #include <QUrl>
-#include <QVariant>
+#include <QVariantMap>
 #include <deque>
-#include <vector>
 
 #include "platform/desktop/alerts.h"
 #include "platform/desktop/login_items.h"
@@ -19,8 +16,7 @@
 namespace testing_support {
 
 /// A status item that remembers what it shows; symbols outside `known` do not exist.
-class FakeStatusItem final : public platform::StatusItem {
-public:
+struct FakeStatusItem : platform::StatusItem {
     bool button = true;
     QStringList known{"cloud", "icloud.slash", "pause.circle", "arrow.up.arrow.down.circle",
                       "exclamationmark.icloud"};
@@ -29,10 +25,7 @@ public:
 
     bool hasButton() const override { return button; }
     bool setSymbol(const QString& name, const QString& text) override {
-        if (!known.contains(name)) return false;
-        shownSymbol = name;
-        description = text;
-        return true;
+        return known.contains(name) && (shownSymbol = name, description = text, true);
     }
     void clearImage() override { shownSymbol.clear(); }
     void setTitle(const QString& title) override { shownTitle = title; }
@@ -44,8 +37,7 @@ public:
 };
 
 /// Hands out FakeStatusItems; `item` is the last one made.
-class FakeStatusBar final : public platform::StatusBar {
-public:
+struct FakeStatusBar : platform::StatusBar {
     bool button = true;
     FakeStatusItem* item = nullptr;
     std::unique_ptr<platform::StatusItem> makeStatusItem() override {
@@ -57,8 +49,7 @@ public:
 };
 
 /// Records notifications; grants authorisation and answers each request with `error`.
-class FakeNotificationCenter final : public platform::NotificationCenter {
-public:
+struct FakeNotificationCenter : platform::NotificationCenter {
     std::optional<QString> error;
     std::vector<platform::NotificationRequest> shown;
     void requestAuthorization(std::function<void(bool)> completion) override { completion(true); }
@@ -69,12 +60,10 @@ public:
     }
 };
 
-class FakeUserDefaults final : public platform::UserDefaults {
-public:
+struct FakeUserDefaults : platform::UserDefaults {
     QVariantMap values;
     std::optional<QString> string(const QString& key) const override {
-        if (values.value(key).typeId() != QMetaType::QString) return std::nullopt;
-        return values.value(key).toString();
+        return values.contains(key) ? std::optional(values[key].toString()) : std::nullopt;
     }
     bool boolean(const QString& key) const override { return values.value(key).toBool(); }
     void setString(const QString& key, const QString& value) override { values[key] = value; }
@@ -83,22 +72,19 @@ public:
 };
 
 /// Answers alerts from `answers` (first button when empty) and records them.
-class FakeAlerts final : public platform::Alerts {
-public:
+struct FakeAlerts : platform::Alerts {
     std::deque<int> answers;
     std::vector<platform::Alert> shown;
     int runModal(const platform::Alert& alert) override {
         shown.push_back(alert);
-        if (answers.empty()) return platform::ALERT_FIRST_BUTTON;
-        const int answer = answers.front();
-        answers.pop_front();
+        const int answer = answers.empty() ? platform::ALERT_FIRST_BUTTON : answers.front();
+        if (!answers.empty()) answers.pop_front();
         return answer;
     }
 };
 
 /// Records the addresses opened and the files shown in the file manager.
-class FakeWorkspace final : public platform::Workspace {
-public:
+struct FakeWorkspace : platform::Workspace {
     std::vector<QUrl> opened;
     std::vector<QStringList> revealed;
     bool openURL(const QUrl& url) override {
@@ -110,50 +96,39 @@ public:
     }
 };
 
-class FakeLoginItems final : public platform::LoginItems {
-public:
+struct FakeLoginItems : platform::LoginItems {
     bool enabled = false;
-    std::optional<QString> failure;
     platform::LoginItemStatus status() const override {
         return enabled ? platform::LoginItemStatus::enabled
                        : platform::LoginItemStatus::notRegistered;
     }
-    std::optional<QString> registerApplication() override { return change(true); }
-    std::optional<QString> unregisterApplication() override { return change(false); }
-
-private:
-    std::optional<QString> change(bool to) {
-        if (!failure) enabled = to;
-        return failure;
+    std::optional<QString> registerApplication() override { return enabled = true, std::nullopt; }
+    std::optional<QString> unregisterApplication() override {
+        return enabled = false, std::nullopt;
     }
 };
 
 /// Records each request to show the setup window with its callbacks.
-class FakeSetupPresenter final : public SetupPresenter {
-public:
+struct FakeSetupPresenter : SetupPresenter {
     std::vector<SetupCallbacks> presented;
     void present(SetupCallbacks callbacks) override { presented.push_back(std::move(callbacks)); }
 };
 
-/// Every desktop facility of the tray agent replaced for one test.
-class FakeDesktop {
-public:
-    FakeStatusBar statusBar;
-    FakeNotificationCenter notifications;
-    FakeUserDefaults defaults;
-    FakeAlerts alerts;
-    FakeWorkspace workspace;
-    FakeLoginItems loginItems;
-    FakeSetupPresenter setup;
+/// `Fake` standing in for `Facility` while it lives.
+template <class Fake, class Facility>
+struct Installed : Fake {
+    platform::StandIn<Facility> standIn{*this};
+};
 
-private:
-    platform::StandIn<platform::StatusBar> s1_{statusBar};
-    platform::StandIn<platform::NotificationCenter> s2_{notifications};
-    platform::StandIn<platform::UserDefaults> s3_{defaults};
-    platform::StandIn<platform::Alerts> s4_{alerts};
-    platform::StandIn<platform::Workspace> s5_{workspace};
-    platform::StandIn<platform::LoginItems> s6_{loginItems};
-    platform::StandIn<SetupPresenter> s7_{setup};
+/// Every desktop facility of the tray agent replaced for one test.
+struct FakeDesktop {
+    Installed<FakeStatusBar, platform::StatusBar> statusBar;
+    Installed<FakeNotificationCenter, platform::NotificationCenter> notifications;
+    Installed<FakeUserDefaults, platform::UserDefaults> defaults;
+    Installed<FakeAlerts, platform::Alerts> alerts;
+    Installed<FakeWorkspace, platform::Workspace> workspace;
+    Installed<FakeLoginItems, platform::LoginItems> loginItems;
+    Installed<FakeSetupPresenter, SetupPresenter> setup;
 };
 
 }  // namespace testing_support

@@ -1,28 +1,40 @@
 #pragma once
 
-#include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusContext>
-#include <QDBusError>
-#include <QDBusMessage>
-#include <QDBusObjectPath>
-#include <QDBusPendingReply>
-#include <QDBusVariant>
-#include <QObject>
-#include <QStringList>
-#include <QVariantMap>
 #include <optional>
 
 #include "support/event_loop_wait.h"
+#include "support/fake_notification_server.h"
 
 namespace testing_support {
 
-/// A tray host as the item sees it, on a bus connection of its own: it runs the
-/// org.kde.StatusNotifierWatcher, takes (or refuses) registrations, reads the registered item's
-/// properties and D-Bus menu, sends menu events and records every signal the item sends. All
-/// calls to the item are asynchronous and wait in the event loop, so the item answers from the
-/// same thread. Start and stop it like a panel that starts, crashes or restarts.
-class FakePanel final : public QObject, protected QDBusContext {
+/// A D-Bus value read without knowing its types: structures and arrays as QVariantList,
+/// dictionaries as QVariantMap, variants unwrapped, byte arrays as QByteArray.
+inline QVariant plainDBusValue(const QVariant& value) {
+    if (value.metaType() == QMetaType::fromType<QDBusVariant>())
+        return plainDBusValue(qvariant_cast<QDBusVariant>(value).variant());
+    if (value.metaType() != QMetaType::fromType<QDBusArgument>()) return value;
+    const auto argument = qvariant_cast<QDBusArgument>(value);
+    const auto type = argument.currentType();
+    if (type == QDBusArgument::MapType) {
+        QVariantMap map;
+        argument >> map;
+        for (QVariant& entry : map) entry = plainDBusValue(entry);
+        return map;
+    }
+    if (type != QDBusArgument::StructureType && type != QDBusArgument::ArrayType)
+        return argument.asVariant();
+    QVariantList list;
+    type == QDBusArgument::ArrayType ? argument.beginArray() : argument.beginStructure();
+    while (!argument.atEnd()) list << plainDBusValue(argument.asVariant());
+    type == QDBusArgument::ArrayType ? argument.endArray() : argument.endStructure();
+    return list;
+}
+
+/// A tray host as the item sees it: it runs the org.kde.StatusNotifierWatcher, takes
+/// registrations, reads the registered item's properties and D-Bus menu, sends menu
+/// events and records every signal the item sends. Calls to the item wait in a local event
+/// loop, so an item of the same thread answers them.
+class FakePanel final : public FakeBusService, protected QDBusContext {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
 
@@ -32,32 +44,13 @@ public:
         int id = 0;
         QVariantMap properties;
         QList<MenuEntry> children;
-        QString label() const { return properties.value(QStringLiteral("label")).toString(); }
+        QString label() const { return properties.value("label").toString(); }
     };
 
-    ~FakePanel() override { stop(); }
-
-    /// Takes the watcher's name; false when that failed.
     bool start() {
-        static int count = 0;
-        connectionName_ = QStringLiteral("vaskel-fake-panel-%1").arg(++count);
-        QDBusConnection bus =
-            QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName_);
-        return bus.isConnected() &&
-               bus.registerObject(QStringLiteral("/StatusNotifierWatcher"), this,
-                                  QDBusConnection::ExportAllSlots) &&
-               bus.registerService(QStringLiteral("org.kde.StatusNotifierWatcher"));
-    }
-    /// Leaves the bus at once, as a crashing panel does.
-    void stop() {
-        if (!connectionName_.isEmpty()) QDBusConnection::disconnectFromBus(connectionName_);
-        connectionName_.clear();
+        return FakeBusService::start("/StatusNotifierWatcher", "org.kde.StatusNotifierWatcher");
     }
 
-    /// Refuse this many registrations before taking one.
-    int refusals = 0;
-    /// Registration calls received, refused ones included.
-    int attempts = 0;
     /// The accepted items' service names, in order.
     QStringList registrations;
     /// Names of the signals the item sent (item and menu), in order of arrival.
@@ -66,55 +59,44 @@ public:
     bool waitForRegistrations(int count, int timeoutMs = 5000) {
         return runEventsUntil([&] { return registrations.size() >= count; }, timeoutMs);
     }
+    bool waitForSignal(const QString& name, int count = 1) {
+        return runEventsUntil([&] { return signalNames.count(name) >= count; });
+    }
 
-    /// A property of the last registered item; invalid when the call failed. Structures come
-    /// as QDBusArgument.
+    /// A property of the last registered item, read by plainDBusValue(); invalid when the call
+    /// failed.
     QVariant itemProperty(const QString& name) {
-        if (registrations.isEmpty()) return {};
-        QDBusMessage get = QDBusMessage::createMethodCall(
-            registrations.last(), ITEM_PATH, QStringLiteral("org.freedesktop.DBus.Properties"),
-            QStringLiteral("Get"));
+        QDBusMessage get =
+            QDBusMessage::createMethodCall(registrations.value(registrations.size() - 1), ITEM_PATH,
+                                           "org.freedesktop.DBus.Properties", "Get");
         get << ITEM_INTERFACE << name;
-        const QDBusMessage reply = callAndWait(get);
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return {};
-        return qvariant_cast<QDBusVariant>(reply.arguments().first()).variant();
+        const QDBusMessage reply = bus().call(get, QDBus::BlockWithGui, 5000);
+        return plainDBusValue(reply.arguments().value(0));
     }
     /// Calls `method` of the item's menu with `arguments`; the reply (or error) message.
     QDBusMessage callMenu(const QString& method, const QVariantList& arguments) {
-        const QString path =
-            qvariant_cast<QDBusObjectPath>(itemProperty(QStringLiteral("Menu"))).path();
         QDBusMessage call = QDBusMessage::createMethodCall(
-            registrations.value(registrations.size() - 1), path, MENU_INTERFACE, method);
+            registrations.value(registrations.size() - 1),
+            qvariant_cast<QDBusObjectPath>(itemProperty("Menu")).path(), MENU_INTERFACE, method);
         call.setArguments(arguments);
-        return callAndWait(call);
+        return bus().call(call, QDBus::BlockWithGui, 5000);
     }
-    /// The whole menu layout and its revision; none when the call failed.
-    std::optional<MenuEntry> menuLayout(uint* revision = nullptr) {
-        const QDBusMessage reply = callMenu(QStringLiteral("GetLayout"), {0, -1, QStringList()});
+    /// The whole menu layout; none when the call failed.
+    std::optional<MenuEntry> menuLayout() {
+        const QDBusMessage reply = callMenu("GetLayout", {0, -1, QStringList()});
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2) return {};
-        if (revision) *revision = reply.arguments()[0].toUInt();
-        return readEntry(qvariant_cast<QDBusArgument>(reply.arguments()[1]));
-    }
-
-    bool waitForSignal(const QString& name, int timeoutMs = 5000) {
-        return runEventsUntil([&] { return signalNames.contains(name); }, timeoutMs);
+        return entryOf(plainDBusValue(reply.arguments()[1]).toList());
     }
 
 public Q_SLOTS:
     void RegisterStatusNotifierItem(const QString& service) {
-        ++attempts;
-        if (refusals > 0) {
-            --refusals;
-            sendErrorReply(QDBusError::AccessDenied, QStringLiteral("the test refuses this item"));
-            return;
-        }
         // Some items register an object path; the service is then the caller.
-        const QString name = service.startsWith(QLatin1Char('/')) ? message().service() : service;
+        const QString name = service.startsWith('/') ? message().service() : service;
         // Every signal of the item and of its menu, whatever its name.
-        connection().connect(name, ITEM_PATH, ITEM_INTERFACE, QString(), this,
-                             SLOT(recordSignal(QDBusMessage)));
-        connection().connect(name, QString(), MENU_INTERFACE, QString(), this,
-                             SLOT(recordSignal(QDBusMessage)));
+        bus().connect(name, ITEM_PATH, ITEM_INTERFACE, QString(), this,
+                      SLOT(recordSignal(QDBusMessage)));
+        bus().connect(name, QString(), MENU_INTERFACE, QString(), this,
+                      SLOT(recordSignal(QDBusMessage)));
         registrations << name;
     }
 
@@ -122,67 +104,17 @@ private Q_SLOTS:
     void recordSignal(const QDBusMessage& message) { signalNames << message.member(); }
 
 private:
-    static inline const QString ITEM_PATH = QStringLiteral("/StatusNotifierItem");
-    static inline const QString ITEM_INTERFACE = QStringLiteral("org.kde.StatusNotifierItem");
-    static inline const QString MENU_INTERFACE = QStringLiteral("com.canonical.dbusmenu");
+    static inline const QString ITEM_PATH = "/StatusNotifierItem";
+    static inline const QString ITEM_INTERFACE = "org.kde.StatusNotifierItem";
+    static inline const QString MENU_INTERFACE = "com.canonical.dbusmenu";
 
-    static MenuEntry readEntry(const QDBusArgument& argument) {
-        MenuEntry entry;
-        argument.beginStructure();
-        argument >> entry.id >> entry.properties;
-        argument.beginArray();
-        while (!argument.atEnd()) {
-            QDBusVariant child;
-            argument >> child;
-            entry.children.append(readEntry(qvariant_cast<QDBusArgument>(child.variant())));
-        }
-        argument.endArray();
-        argument.endStructure();
+    // (id, properties, children) as plainDBusValue() reads it.
+    static MenuEntry entryOf(const QVariantList& fields) {
+        MenuEntry entry{fields.value(0).toInt(), fields.value(1).toMap(), {}};
+        for (const QVariant& child : fields.value(2).toList())
+            entry.children << entryOf(child.toList());
         return entry;
     }
-    QDBusMessage callAndWait(const QDBusMessage& call) {
-        QDBusPendingCall pending = connection().asyncCall(call, 5000);
-        runEventsUntil([&] { return pending.isFinished(); }, 6000);
-        return QDBusPendingReply<>(pending).reply();
-    }
-    QDBusConnection connection() const { return QDBusConnection(connectionName_); }
-
-    QString connectionName_;
 };
-
-/// The pixmaps of an IconPixmap property as (width, height, ARGB bytes in network order).
-struct PanelPixmap {
-    int width = 0;
-    int height = 0;
-    QByteArray bytes;
-};
-inline QList<PanelPixmap> panelPixmaps(const QDBusArgument& argument) {
-    QList<PanelPixmap> pixmaps;
-    argument.beginArray();
-    while (!argument.atEnd()) {
-        PanelPixmap pixmap;
-        argument.beginStructure();
-        argument >> pixmap.width >> pixmap.height >> pixmap.bytes;
-        argument.endStructure();
-        pixmaps.append(pixmap);
-    }
-    argument.endArray();
-    return pixmaps;
-}
-inline QList<PanelPixmap> panelPixmaps(const QVariant& value) {
-    return panelPixmaps(qvariant_cast<QDBusArgument>(value));
-}
-
-/// The ToolTip property (icon name, pixmaps, title, description): its title and description.
-inline std::pair<QString, QString> panelToolTip(const QVariant& value) {
-    QString iconName, title, description;
-    const auto argument = qvariant_cast<QDBusArgument>(value);
-    argument.beginStructure();
-    argument >> iconName;
-    panelPixmaps(argument);
-    argument >> title >> description;
-    argument.endStructure();
-    return {title, description};
-}
 
 }  // namespace testing_support
