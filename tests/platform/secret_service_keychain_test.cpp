@@ -50,9 +50,8 @@ std::string itemsWithService(const char* service) {
             const auto* value = static_cast<const char*>(g_hash_table_lookup(stored, name));
             line += std::string(" ") + name + "=" + (value ? value : "(none)");
         }
-        gsize length = 0;
         if (g_autoptr(SecretValue) secret = secret_item_get_secret(item))
-            line += " " + std::string(secret_value_get(secret, &length), length);
+            line += std::string(" ") + secret_value_get_text(secret);
         result +=
             (result.empty() ? "" : "\n") + line + (secret_item_get_locked(item) ? " locked" : "");
     }
