@@ -1,123 +1,151 @@
 // The keychain against a real Secret Service. These tests run through ctest's "keychain" runs,
-// inside scripts/with-secret-service; run directly they skip.
+// inside scripts/with-secret-service, which starts a private session bus (and, unless told
+// otherwise, a gnome-keyring of its own in a throwaway home) and names the environment it made
+// in VASKEL_TEST_SECRET_SERVICE. Run directly they skip, so that no test ever reaches the
+// user's own keyring.
 
 #include <gtest/gtest.h>
+#include <libsecret/secret.h>
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
 #include <QElapsedTimer>
 #include <future>
+#include <map>
 
 #include "platform/keychain_backend.h"
 #include "shared/config.h"
 #include "shared/key_storage.h"
 #include "shared/keychain_store.h"
 #include "support/fake_platform.h"
-#include "support/secret_service_session.h"
 #include "support/test_files.h"
 
 namespace {
 
 namespace status = platform::keychain_status;
-namespace session = testing_support::secret_service;
 
 const QString SECRET = QStringLiteral("secret-key-5e1b");
+const std::string ITEM =
+    "Vaskel account key service=com.norva.vaskel.api-key "
+    "access-group=group.com.norva.vaskel account=";
 
-/// A throwaway home as in every test, but the real keychain of the session. Runs only in the
-/// `environments` that scripts/with-secret-service names in VASKEL_TEST_SECRET_SERVICE.
+// Every item of the service, a line each, whose "service" attribute is `service`, one line each:
+// label, the attributes the keychain sets, the secret (none when locked) and whether it is locked.
+std::string itemsWithService(const char* service) {
+    std::string result;
+    g_autoptr(SecretService) session = secret_service_open_sync(
+        SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_NONE, nullptr, nullptr);
+    g_autoptr(GHashTable) attributes = g_hash_table_new(g_str_hash, g_str_equal);
+    g_hash_table_insert(attributes, gpointer("service"), gpointer(service));
+    GList* items = secret_service_search_sync(
+        session, nullptr, attributes,
+        SecretSearchFlags(SECRET_SEARCH_ALL | SECRET_SEARCH_LOAD_SECRETS), nullptr, nullptr);
+    for (GList* node = items; node; node = node->next) {
+        auto* item = static_cast<SecretItem*>(node->data);
+        g_autofree gchar* label = secret_item_get_label(item);
+        std::string line = label;
+        g_autoptr(GHashTable) stored = secret_item_get_attributes(item);
+        for (const char* name : {"service", "access-group", "account"}) {
+            const auto* value = static_cast<const char*>(g_hash_table_lookup(stored, name));
+            line += std::string(" ") + name + "=" + (value ? value : "(none)");
+        }
+        if (g_autoptr(SecretValue) secret = secret_item_get_secret(item))
+            line += std::string(" ") + secret_value_get_text(secret);
+        result +=
+            (result.empty() ? "" : "\n") + line + (secret_item_get_locked(item) ? " locked" : "");
+    }
+    g_list_free_full(items, g_object_unref);
+    return result;
+}
+
+// How many transfer sessions the service holds open, for all clients; -1 when it cannot tell.
+int openSessions() {
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+        "org.freedesktop.secrets", "/org/freedesktop/secrets/session",
+        "org.freedesktop.DBus.Introspectable", "Introspect"));
+    if (reply.type() != QDBusMessage::ReplyMessage) return -1;
+    return int(reply.arguments().value(0).toString().count("<node name="));
+}
+
+/// A throwaway home as in every test, but the real keychain of the session, in the environments
+/// each suite is written for.
 class RealKeychainTest : public ::testing::Test {
 protected:
-    explicit RealKeychainTest(QByteArrayList environments) : environments_(environments) {}
     void SetUp() override {
-        if (!environments_.contains(qgetenv("VASKEL_TEST_SECRET_SERVICE")))
-            GTEST_SKIP() << "runs only inside scripts/with-secret-service, for "
-                         << environments_.join(" or ").toStdString() << " (ctest label keychain)";
+        static const std::map<std::string, QByteArrayList> runsIn{
+            {"SecretService", {"keyring"}},
+            {"SecretServiceLocked", {"keyring"}},
+            {"SecretServiceMissing", {"absent", "no-bus"}},
+            {"SecretServiceSilent", {"absent"}}};
+        const std::string suite = ::testing::UnitTest::GetInstance()->current_test_suite()->name();
+        if (!runsIn.at(suite).contains(qgetenv("VASKEL_TEST_SECRET_SERVICE")))
+            GTEST_SKIP() << "runs only inside scripts/with-secret-service (ctest label keychain)";
+        if (suite == "SecretService") KeychainStore::deleteKey();
     }
-    std::vector<session::StoredItem> ourItems() {
-        return session::itemsWithService(KeychainStore::service);
-    }
+    std::string ourItems() { return itemsWithService("com.norva.vaskel.api-key"); }
 
     testing_support::FakePlatform platform;
     platform::StandIn<platform::KeychainBackend> realKeychain{platform::KeychainBackend::real()};
     platform::KeychainBackend& keychain = platform::KeychainBackend::real();
     const platform::KeychainQuery base{KeychainStore::service, KeychainStore::accessGroup};
-
-private:
-    QByteArrayList environments_;
 };
-
-class SecretService : public RealKeychainTest {
-protected:
-    SecretService() : RealKeychainTest({"keyring"}) {}
-    void SetUp() override {
-        RealKeychainTest::SetUp();
-        if (!IsSkipped()) KeychainStore::deleteKey();
-    }
-};
+using SecretService = RealKeychainTest;
+using SecretServiceLocked = RealKeychainTest;
+using SecretServiceMissing = RealKeychainTest;  // no Secret Service, or no bus at all
+using SecretServiceSilent = RealKeychainTest;
 
 TEST_F(SecretService, SavedKeyIsOneLabelledItemReadFromAnyThreadLeavingNoSessionOpen) {
     const QString key = QStringLiteral("k\u00e9y-") + SECRET;
     ASSERT_EQ(KeychainStore::saveKey(SECRET, "one@example.com"), status::SUCCESS);
-    const int sessions = session::openSessions();
+    const int sessions = openSessions();
     ASSERT_GE(sessions, 0);
     ASSERT_EQ(KeychainStore::saveKey(key, "two@example.com"), status::SUCCESS);
     std::vector<std::future<std::optional<QString>>> readers;
     for (int i = 0; i < 3; ++i)
         readers.push_back(std::async(std::launch::async, [] { return KeychainStore::readKey(); }));
     for (auto& reader : readers) EXPECT_EQ(reader.get(), key);
-    EXPECT_EQ(session::openSessions(), sessions);
+    EXPECT_EQ(openSessions(), sessions);
+    EXPECT_EQ(ourItems(), ITEM + "two@example.com " + key.toStdString()) << "one item, replaced";
 
-    const auto items = ourItems();
-    ASSERT_EQ(items.size(), 1u) << "saving again must replace the item";
-    EXPECT_EQ(items[0].label, "Vaskel account key");
-    EXPECT_EQ(items[0].attributes.value("service"), "com.norva.vaskel.api-key");
-    EXPECT_EQ(items[0].attributes.value("access-group"), "group.com.norva.vaskel");
-    EXPECT_EQ(items[0].attributes.value("account"), "two@example.com");
-    EXPECT_EQ(items[0].secret, key.toUtf8());
-}
-
-TEST_F(SecretService, DeleteRemovesOnlyOurItemAndUnusableSecretsReadAsNoKey) {
-    ASSERT_TRUE(session::storeRawItem(
-        {"com.norva.other", KeychainStore::accessGroup, "a", "other", "other-secret"}));
-    ASSERT_EQ(KeychainStore::saveKey(SECRET, "a@example.com"), status::SUCCESS);
-    KeychainStore::deleteKey();
-    EXPECT_EQ(KeychainStore::readKey(), std::nullopt);
-    EXPECT_TRUE(ourItems().empty());
-    EXPECT_EQ(session::itemsWithService("com.norva.other").size(), 1u);
-    EXPECT_EQ(keychain.deleteMatching(base), status::ITEM_NOT_FOUND);
-    for (const QByteArray& secret : {QByteArray("\xff\xfe\x00k", 4), QByteArray()}) {
-        KeychainStore::deleteKey();
-        ASSERT_TRUE(session::storeRawItem(
-            {KeychainStore::service, KeychainStore::accessGroup, "a", "raw", secret}));
-        EXPECT_EQ(KeychainStore::readKey(), std::nullopt);
-    }
-}
-
-TEST_F(SecretService, SignInKeepsNoFileCopy) {
-    Shared::storeKey(SECRET, "b@example.com");
+    Shared::storeKey(SECRET, "b@example.com");  // a sign-in keeps no file copy
     EXPECT_EQ(Shared::readConfig().value("api_key"), QJsonValue(""));
     EXPECT_EQ(Shared::storedKey(), SECRET);
 }
 
-class SecretServiceLocked : public RealKeychainTest {
-protected:
-    SecretServiceLocked() : RealKeychainTest({"keyring"}) {}
-};
+TEST_F(SecretService, DeleteRemovesOnlyOurItemAndUnusableSecretsReadAsNoKey) {
+    ASSERT_EQ(keychain.add({"com.norva.other", KeychainStore::accessGroup, "a", "other", "secret"}),
+              status::SUCCESS);
+    ASSERT_EQ(KeychainStore::saveKey(SECRET, "a@example.com"), status::SUCCESS);
+    KeychainStore::deleteKey();
+    EXPECT_EQ(KeychainStore::readKey(), std::nullopt);
+    EXPECT_EQ(ourItems(), "");
+    EXPECT_NE(itemsWithService("com.norva.other"), "");
+    EXPECT_EQ(keychain.deleteMatching(base), status::ITEM_NOT_FOUND);
+    for (const QByteArray& secret : {QByteArray("\xff\xfe\x00k", 4), QByteArray()}) {
+        KeychainStore::deleteKey();
+        ASSERT_EQ(
+            keychain.add({KeychainStore::service, KeychainStore::accessGroup, "a", "raw", secret}),
+            status::SUCCESS);
+        EXPECT_EQ(KeychainStore::readKey(), std::nullopt);
+    }
+}
 
 TEST_F(SecretServiceLocked, LockedKeyringRefusesWithoutPromptingAndKeepsTheItem) {
     ASSERT_EQ(KeychainStore::saveKey("older-key", "a@example.com"), status::SUCCESS);
-    ASSERT_TRUE(session::lockDefaultCollection());
+    // Locks the default collection, as the desktop does when the screen locks.
+    g_autoptr(SecretService) session = secret_service_open_sync(
+        SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_NONE, nullptr, nullptr);
+    GList* objects = g_list_append(
+        nullptr, secret_collection_for_alias_sync(session, SECRET_COLLECTION_DEFAULT,
+                                                  SECRET_COLLECTION_NONE, nullptr, nullptr));
+    ASSERT_EQ(secret_service_lock_sync(session, objects, nullptr, nullptr, nullptr), 1);
+    g_list_free_full(objects, g_object_unref);
     EXPECT_EQ(keychain.copyMatching(base).status, status::INTERACTION_NOT_ALLOWED);
     EXPECT_EQ(KeychainStore::saveKey(SECRET, "a@example.com"), status::INTERACTION_NOT_ALLOWED);
     EXPECT_EQ(keychain.deleteMatching(base), status::INTERACTION_NOT_ALLOWED);
-    const auto items = ourItems();
-    ASSERT_EQ(items.size(), 1u) << "the locked item must be left alone";
-    EXPECT_TRUE(items[0].locked);
+    EXPECT_EQ(ourItems(), ITEM + "a@example.com locked") << "the locked item must be left alone";
 }
-
-// No Secret Service, or no bus at all.
-class SecretServiceMissing : public RealKeychainTest {
-protected:
-    SecretServiceMissing() : RealKeychainTest({"absent", "no-bus"}) {}
-};
 
 TEST_F(SecretServiceMissing, EveryCallFailsAtOnce) {
     QElapsedTimer timer;
@@ -129,14 +157,18 @@ TEST_F(SecretServiceMissing, EveryCallFailsAtOnce) {
     EXPECT_LT(timer.elapsed(), 3000) << "the keychain calls waited instead of failing";
 }
 
-class SecretServiceSilent : public RealKeychainTest {
-protected:
-    SecretServiceSilent() : RealKeychainTest({"absent"}) {}
+// Takes every call on every path and answers none of them.
+class Unanswering final : public QDBusVirtualObject {
+public:
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage&, const QDBusConnection&) override { return true; }
 };
 
 TEST_F(SecretServiceSilent, ServiceThatNeverAnswersIsGivenUpOnAndNotWaitedForAgain) {
-    session::SilentSecretService silent;
-    ASSERT_TRUE(silent.owned());
+    static Unanswering unanswering;
+    QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "silent");
+    ASSERT_TRUE(bus.registerVirtualObject("/", &unanswering, QDBusConnection::SubPath) &&
+                bus.registerService("org.freedesktop.secrets"));
     EXPECT_EQ(keychain.copyMatching(base).status, status::NOT_AVAILABLE);
 
     // What the agent does at start-up: three more keychain calls, and the key from the file.
@@ -146,6 +178,7 @@ TEST_F(SecretServiceSilent, ServiceThatNeverAnswersIsGivenUpOnAndNotWaitedForAga
     Shared::migrateKeyToKeychain();
     EXPECT_EQ(Shared::storedKey(), "file-key");
     EXPECT_LT(timer.elapsed(), 2500) << "waited again for a service already found silent";
+    QDBusConnection::disconnectFromBus("silent");
 }
 
 }  // namespace

@@ -23,11 +23,28 @@ class FakeKeychain final : public platform::KeychainBackend {
 public:
     using Refusal = std::optional<platform::OSStatus>;
 
-    Lookup copyMatching(const platform::KeychainQuery& query) override;
-    platform::OSStatus add(const platform::KeychainItem& item) override;
-    platform::OSStatus deleteMatching(const platform::KeychainQuery& query) override;
+    Lookup copyMatching(const platform::KeychainQuery& query) override {
+        std::unique_lock lock(mutex_);
+        released_.wait(lock, [this] { return !held_; });
+        if (refuseCopy_) return {*refuseCopy_, {}};
+        for (auto item = items_.rbegin(); item != items_.rend(); ++item)
+            if (matches(*item, query)) return {platform::keychain_status::SUCCESS, item->secret};
+        return {platform::keychain_status::ITEM_NOT_FOUND, {}};
+    }
+    platform::OSStatus add(const platform::KeychainItem& item) override {
+        std::lock_guard lock(mutex_);
+        if (!refuseAdd_) items_.push_back(item);
+        return refuseAdd_.value_or(platform::keychain_status::SUCCESS);
+    }
+    platform::OSStatus deleteMatching(const platform::KeychainQuery& query) override {
+        std::lock_guard lock(mutex_);
+        if (refuseDelete_) return *refuseDelete_;
+        return std::erase_if(items_, [&](const auto& item) { return matches(item, query); })
+                   ? platform::keychain_status::SUCCESS
+                   : platform::keychain_status::ITEM_NOT_FOUND;
+    }
     bool readableAcrossSession() const override {
-        return locked([&] { return readableAcrossSession_; });
+        return locked([&] { return readable_; });
     }
 
     /// Makes the operation answer `status` without doing anything; none to work again.
@@ -44,10 +61,9 @@ public:
     void refuseAll(platform::OSStatus status) {
         locked([&] { refuseCopy_ = refuseAdd_ = refuseDelete_ = status; });
     }
-
     /// Whether the product's other components read the items (the action-UI extension).
     void setReadableAcrossSession(bool readable) {
-        locked([&] { readableAcrossSession_ = readable; });
+        locked([&] { readable_ = readable; });
     }
 
     /// While held, lookups wait, as with a keychain that does not answer, until `release()`.
@@ -67,12 +83,15 @@ public:
     }
 
 private:
+    static bool matches(const platform::KeychainItem& item, const platform::KeychainQuery& query) {
+        return item.service == query.service && item.accessGroup == query.accessGroup;
+    }
+
     mutable std::mutex mutex_;
     std::condition_variable released_;
     std::vector<platform::KeychainItem> items_;
     Refusal refuseCopy_, refuseAdd_, refuseDelete_;
-    bool readableAcrossSession_ = true;
-    bool held_ = false;
+    bool readable_ = true, held_ = false;
     platform::StandIn<platform::KeychainBackend> standIn_{*this};
 };
 

@@ -1,12 +1,7 @@
 #pragma once
 
 #include <QDir>
-#include <QString>
-#include <QStringList>
 #include <QTemporaryDir>
-#include <mutex>
-#include <optional>
-#include <vector>
 
 #include "platform/app_group_container.h"
 #include "platform/application_bundle.h"
@@ -18,16 +13,14 @@
 
 namespace testing_support {
 
-class FakeHome final : public platform::HomeDirectory {
-public:
+struct FakeHome final : platform::HomeDirectory {
     QString dir;
     QString path() const override { return dir; }
 };
 
 /// A container folder under the test's directory; `available` false acts as a group that cannot
 /// be created.
-class FakeContainer final : public platform::AppGroupContainer {
-public:
+struct FakeContainer final : platform::AppGroupContainer {
     QString dir;
     bool available = true;
     std::optional<QString> path(const QString& group) const override {
@@ -36,16 +29,13 @@ public:
     }
 };
 
-class FakeClock final : public platform::Clock {
-public:
+struct FakeClock final : platform::Clock {
     double now = 1'800'000'000.0;
     double secondsSince1970() const override { return now; }
 };
 
-class FakeBundle final : public platform::ApplicationBundle {
-public:
-    platform::BundleInfo bundleInfo{QStringLiteral("1.0"), QStringLiteral("1"),
-                                    QStringLiteral("vaskel"), QStringLiteral("Vaskel")};
+struct FakeBundle final : platform::ApplicationBundle {
+    platform::BundleInfo bundleInfo{"1.0", "1", "vaskel", "Vaskel"};
     QString bundlePath = QStringLiteral("/usr/bin");
     platform::BundleInfo info() const override { return bundleInfo; }
     QString path() const override { return bundlePath; }
@@ -53,8 +43,7 @@ public:
 
 struct LogLine {
     platform::LogLevel level;
-    std::string subsystem;
-    std::string category;
+    std::string subsystem, category;
     QString message;
 };
 
@@ -92,8 +81,8 @@ private:
 class FakePlatform {
 public:
     FakePlatform() {
-        home.dir = root.path() + QStringLiteral("/home");
-        container.dir = root.path() + QStringLiteral("/container");
+        home.dir = root.path() + "/home";
+        container.dir = root.path() + "/container";
         QDir().mkpath(home.dir);
     }
 

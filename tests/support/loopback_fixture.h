@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include "platform/network_session.h"
 #include "support/loopback_server.h"
 #include "support/qt_printing.h"
@@ -22,11 +20,10 @@ protected:
         server = std::make_unique<LoopbackServer>(GetParam(), &certificate);
     }
     void TearDown() override {
-        platform::NetworkSession& session = platform::NetworkSession::shared();
-        session.reset();
+        platform::NetworkSession::shared().reset();
         server->stop();
-        session.setExtraTrustedCertificates({});
-        session.setTimeoutCap(std::nullopt);
+        platform::NetworkSession::shared().setExtraTrustedCertificates({});
+        platform::NetworkSession::shared().setTimeoutCap(std::nullopt);
     }
 
     std::unique_ptr<LoopbackServer> server;

@@ -4,15 +4,12 @@
 
 #include <QSslCertificate>
 #include <QString>
-#include <chrono>
+#include <atomic>
 #include <condition_variable>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace testing_support {
@@ -57,8 +54,7 @@ struct ScriptedReply {
 
 /// One request as the server read it. Header names are compared without regard to case.
 struct RecordedRequest {
-    std::string method;
-    std::string path;
+    std::string method, path;
     std::vector<std::pair<std::string, std::string>> headers{};
     std::string body{};
 
@@ -75,38 +71,43 @@ class LoopbackServer {
 public:
     explicit LoopbackServer(Transport transport = Transport::http,
                             const TestCertificate* certificate = nullptr);
-    ~LoopbackServer();
+    ~LoopbackServer() { stop(); }
     LoopbackServer(const LoopbackServer&) = delete;
     LoopbackServer& operator=(const LoopbackServer&) = delete;
 
     /// "http://127.0.0.1:PORT" or "https://127.0.0.1:PORT".
-    QString origin() const;
+    QString origin() const {
+        return QStringLiteral("%1://127.0.0.1:%2").arg(tls_ ? "https" : "http").arg(port_);
+    }
 
     /// Sets how `method` `path` answers from now on.
-    void script(const std::string& method, const std::string& path, ScriptedReply reply);
+    void script(const std::string& method, const std::string& path, ScriptedReply reply) {
+        std::lock_guard lock(mutex_);
+        routes_[{method, path}] = std::move(reply);
+    }
 
-    std::vector<RecordedRequest> requests() const;
-    void clearRequests();
+    std::vector<RecordedRequest> requests() const {
+        std::lock_guard lock(mutex_);
+        return requests_;
+    }
+    void clearRequests() {
+        std::lock_guard lock(mutex_);
+        requests_.clear();
+    }
 
     /// Stops listening and ends every connection; idempotent.
     void stop();
 
 private:
-    struct Connection;
     void serve(int socket);
-    bool readable(Connection& connection, std::chrono::milliseconds wait);
-    std::optional<RecordedRequest> readRequest(Connection& connection);
-    bool stopped();
 
     std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> tls_;
-    int listener_ = -1;
-    int port_ = 0;
+    int listener_ = -1, port_ = 0;
     std::thread acceptor_;
     std::vector<std::thread> connections_;
-
     mutable std::mutex mutex_;
     std::condition_variable stopping_;
-    bool stopped_ = false;
+    std::atomic<bool> stopped_ = false;  // set under `mutex_`
     std::map<std::pair<std::string, std::string>, ScriptedReply> routes_;
     std::vector<RecordedRequest> requests_;
 };

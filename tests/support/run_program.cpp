@@ -8,21 +8,18 @@ QProcessEnvironment vaskelEnvironment(const QString& home, const QProcessEnviron
     QProcessEnvironment environment;
     const QProcessEnvironment system = QProcessEnvironment::systemEnvironment();
     for (const char* keep :
-         {"PATH", "LANG", "LC_ALL", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
-        const QString name = QLatin1String(keep);
-        if (system.contains(name)) environment.insert(name, system.value(name));
-    }
-    environment.insert(QStringLiteral("HOME"), home);
-    environment.insert(QStringLiteral("VASKEL_TEST_HOME"), home);
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/.local/share"));
-    environment.insert(QStringLiteral("XDG_STATE_HOME"), home + QStringLiteral("/.local/state"));
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/.config"));
-    environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(VASKEL_TEST_HOME_PRELOAD));
+         {"PATH", "LANG", "LC_ALL", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
+        if (system.contains(keep)) environment.insert(keep, system.value(keep));
+    const QString asan = environment.value("ASAN_OPTIONS");
     // A sanitizer runtime in the program wants to come first; the preloaded shim has none.
-    QString asan = environment.value(QStringLiteral("ASAN_OPTIONS"));
-    environment.insert(
-        QStringLiteral("ASAN_OPTIONS"),
-        asan + (asan.isEmpty() ? "" : ":") + QStringLiteral("verify_asan_link_order=0"));
+    // clang-format off
+    const std::pair<const char*, QString> settings[] = {
+        {"HOME", home}, {"VASKEL_TEST_HOME", home}, {"LD_PRELOAD", VASKEL_TEST_HOME_PRELOAD},
+        {"XDG_DATA_HOME", home + "/.local/share"}, {"XDG_STATE_HOME", home + "/.local/state"},
+        {"XDG_CONFIG_HOME", home + "/.config"},
+        {"ASAN_OPTIONS", asan + (asan.isEmpty() ? "" : ":") + "verify_asan_link_order=0"}};
+    // clang-format on
+    for (const auto& [name, value] : settings) environment.insert(name, value);
     environment.insert(extra);
     return environment;
 }

@@ -6,19 +6,12 @@
 
 #include <cstdlib>
 
-namespace {
-
-char* testHome() {
-    return std::getenv("VASKEL_TEST_HOME");
-}
-
-}  // namespace
-
 extern "C" int getpwuid_r(uid_t uid, passwd* entry, char* buffer, size_t size, passwd** result) {
     using Real = int (*)(uid_t, passwd*, char*, size_t, passwd**);
     static Real real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "getpwuid_r"));
     const int status = real(uid, entry, buffer, size, result);
-    if (char* home = testHome(); home && status == 0 && *result) (*result)->pw_dir = home;
+    if (char* home = std::getenv("VASKEL_TEST_HOME"); home && status == 0 && *result)
+        (*result)->pw_dir = home;
     return status;
 }
 
@@ -26,6 +19,6 @@ extern "C" passwd* getpwuid(uid_t uid) {
     using Real = passwd* (*)(uid_t);
     static Real real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "getpwuid"));
     passwd* entry = real(uid);
-    if (char* home = testHome(); home && entry) entry->pw_dir = home;
+    if (char* home = std::getenv("VASKEL_TEST_HOME"); home && entry) entry->pw_dir = home;
     return entry;
 }
