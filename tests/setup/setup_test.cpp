@@ -227,36 +227,6 @@ TEST(SetupWindowController, OneWindowKeptByTheTitleBarCloseAndStartedOverAfterDo
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-// Not a test of its own: the screenshots of the README, taken by scripts/screenshots, which sets
-// VASKEL_SCREENSHOT_DIR and runs this under a virtual X server.
-class SetupScreenshots : public SetupViewWidgetTest {};
-TEST_F(SetupScreenshots, SignedOutSignedInAndEnableStepInLightAndDarkThemes) {
-    const QString folder = qEnvironmentVariable("VASKEL_SCREENSHOT_DIR");
-    if (folder.isEmpty()) GTEST_SKIP() << "scripts/screenshots sets VASKEL_SCREENSHOT_DIR";
-    QApplication::setStyle(QStyleFactory::create("Fusion"));
-    // A dark palette as dark desktop themes give one, with their darker field background.
-    QPalette dark(QColor(0x3a, 0x3a, 0x3f), QColor(0x2b, 0x2b, 0x2f));
-    dark.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x22));
-    for (const QString theme : {"", "dark-"}) {
-        if (!theme.isEmpty()) QApplication::setPalette(dark);
-        const auto save = [&](const QString& name) {
-            testing_support::runEventsUntil([] { return false; }, 150);  // let the window settle
-            EXPECT_TRUE(widget.grab().save(QDir(folder).filePath(theme + name)));
-        };
-        view->setAccount(std::nullopt);
-        view->setEmail(DEMO.email);
-        view->setPassword("demo");
-        save("setup-signed-out.png");
-        view->setAccount(DEMO);
-        view->setProviderWorking(true);
-        save("setup-signed-in.png");
-        view->setProviderWorking(false);
-        if (!theme.isEmpty()) view->setError("Could not reach Vaskel. Connection refused");
-        save("setup-enable-step.png");
-    }
-    QApplication::setPalette(QApplication::style()->standardPalette());
-}
-
 // clang-format off
 const QString TYPED = QStringLiteral("  ada@example.com"), PASSWORD = QStringLiteral("correct horse");
 // The account answer spells the address differently from what was typed: that one is stored.
