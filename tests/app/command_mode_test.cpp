@@ -1,12 +1,15 @@
-// The command line run in this process against a throwaway home and file-provider state.
+#include <gtest/gtest.h>
+
 #include <QTimer>
 
 #include "app/command_arguments.h"
 #include "app/domain_commands.h"
 #include "app/progress_watch.h"
+#include "app/vaskel_host.h"
 #include "shared/config.h"
 #include "support/command_fixture.h"
 #include "support/event_loop_wait.h"
+#include "support/fake_platform.h"
 
 using namespace platform;
 using namespace testing_support;
@@ -26,28 +29,6 @@ QStringList lines(const QStringList& arguments) {
 }
 
 using CommandModeTest = CommandFixture;
-
-TEST_F(CommandModeTest, ACommandThatNeverCompletesIsCutOffSilently) {
-    HeldService held(provider.service);
-    StandIn<FileProviderService> standIn(held);
-    EXPECT_EQ(lines({"--version", "--add"}), QStringList{"Vaskel 20261007-080416"});
-    EXPECT_EQ(held.held(), 0) << "--version leaves the service alone";
-    // With a limit that would fail the suite's time-out, the answer must not depend on it.
-    EXPECT_EQ(runInProcess({"--evict"}, std::chrono::hours(1)).lines,
-              QStringList{"usage: --evict <path>"});
-    for (const QString option : {"--add", "--remove", "--reconnect", "--refresh", "--resync",
-                                 "--probe", "--identify", "--evict", "--list"}) {
-        const auto result =
-            runInProcess({option, platform.home.dir}, std::chrono::milliseconds(20));
-        const QStringList said(option == "--resync", "cursor rewound; replaying the change feed");
-        EXPECT_EQ(std::pair(result.status, result.lines), std::pair(0, said))
-            << option.toStdString();
-    }
-    // The answers that come after the limit print nothing. Everything released has run once the
-    // service answers a later request.
-    held.releaseAll();
-    waitFor([&](auto done) { provider.service.signalWorkingSet(DOMAIN_ID, done); });
-}
 
 TEST(CommandArgumentsTest, SecondsParseLikeNumbersAndOutOfRangeValuesAreTamed) {
     constexpr double max = MAX_COMMAND_SECONDS;
@@ -239,6 +220,27 @@ TEST(ProgressPercentTest, NeverOverflows) {
               "  down 9223372036854775807/9223372036854775807 bytes (100%) pausable=y paused=n");
     EXPECT_EQ(progressLine("up", ProgressSnapshot{0, 0, false, false, true}),
               "  up 0/0 bytes (0%) pausable=n paused=y");
+}
+
+TEST(InstallLocation, ProblemByBundlePath) {
+    const QString diskImage =
+        "This copy is running from the downloaded disk image. Drag Vaskel into your Applications "
+        "folder (replacing the old one), eject the disk image, then open Vaskel from Applications.";
+    const QString translocated =
+        "This copy is running from a temporary location, probably your Downloads folder. Move "
+        "Vaskel into your Applications folder (replacing the old one), then open it from there.";
+    // clang-format off
+    const std::pair<const char*, std::optional<QString>> cases[] = {
+        {"/Volumes/Vaskel/Vaskel.app", diskImage}, {"/Volumes/x/AppTranslocation/y", diskImage},
+        {"/private/var/folders/AppTranslocation/abc/Vaskel.app", translocated},
+        {"/volumes/lowercase", std::nullopt}, {"/Volumes", std::nullopt},
+        {"/home/u/AppTranslocation", std::nullopt}};
+    // clang-format on
+    testing_support::FakePlatform platform;
+    for (const auto& [path, problem] : cases) {
+        platform.bundle.bundlePath = path;
+        EXPECT_EQ(VaskelHost::installLocationProblem(), problem) << path;
+    }
 }
 
 }  // namespace

@@ -120,10 +120,7 @@ TEST_F(MenuBarControllerTest, NotConfiguredShowsSetupAfterAMomentAndRunsBothTime
                          desktop.notifications.shown.size()),
               std::tuple(ActivationPolicy::regular, "cloud", 60000, 1000, 0u, 0u));
 
-    // Dismissing while still not configured keeps the regular presentation; once configured,
-    // it turns to the tray alone.
-    desktop.setup.presented[0].onDismiss();
-    EXPECT_EQ(policy(), ActivationPolicy::regular);
+    // Dismissing once configured turns to the tray alone.
     configure();
     desktop.setup.presented[0].onDismiss();
     EXPECT_EQ(policy(), ActivationPolicy::accessory);

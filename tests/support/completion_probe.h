@@ -36,7 +36,6 @@ public:
         return *value_;
     }
 
-    bool arrived() const { return locked(&CompletionProbe::value_).has_value(); }
     int calls() const { return locked(&CompletionProbe::calls_); }
     QThread* thread() const { return locked(&CompletionProbe::thread_); }
 

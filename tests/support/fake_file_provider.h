@@ -40,10 +40,6 @@ public:
     void release() {
         std::call_once(releasing_, [this] { release_.set_value(); });
     }
-    /// Blocks until `list` has been entered `count` times in all.
-    void waitForCalls(int count) {
-        waitUntil([&] { return calls >= count; });
-    }
     std::atomic<bool> hang = false;
     std::atomic<int> calls = 0;
     std::function<void()> onList;

@@ -43,26 +43,6 @@ TEST(SyncSimulationTest, LimitsInKibibytesAndThePauseBoundWhatMoves) {
     }
 }
 
-TEST(SyncSimulationTest, ANewSignalAddsABatchAndARewoundCursorDownloadsEverythingAgain) {
-    SyncSimulation simulation({1e12, 3, 1000});  // everything finishes within a step
-    Conditions now;
-    now.workingSetSignals = 5, now.changeCursor = 40;
-    simulation.step(now, 1);
-    EXPECT_EQ(simulation.cursorToWrite(), 43) << "one change per file";
-    EXPECT_TRUE(counts(simulation, "downloading").value("finished").toBool());
-    now.changeCursor = 43;
-    simulation.step(now, 1);
-    EXPECT_EQ(simulation.cursorToWrite(), std::nullopt) << "the same signal count: no new batch";
-    now.workingSetSignals = 6;
-    simulation.step(now, 1);
-    EXPECT_EQ(simulation.cursorToWrite(), 46);
-    now.changeCursor = 1;
-    simulation.step(now, 1);
-    EXPECT_EQ(simulation.cursorToWrite(), 7);
-    EXPECT_TRUE(
-        simulation.takeLog().contains("change feed rewound: downloading all 6 files again"));
-}
-
 using SyncStandInFilesTest = CommandFixture;
 
 TEST_F(SyncStandInFilesTest, VaskelReadsWhatItWritesAndADamagedFileStaysAsItIs) {
