@@ -1,13 +1,13 @@
 // vaskel-devserver: a local storage server with one demo account, for trying the program
 // against http://127.0.0.1:PORT. See --help.
 #include <httplib.h>
-#include <signal.h>
 
 #include <cstdio>
 #include <thread>
 
 #include "demo_service.h"
 #include "options.h"
+#include "stop_signals.h"
 
 int main(int argc, char** argv) {
     int exitCode = 0;
@@ -15,14 +15,7 @@ int main(int argc, char** argv) {
     if (!options) return exitCode;
 
     // Ctrl-C and SIGTERM are taken by a thread of their own, which stops the server cleanly.
-    // A shell starts background jobs with SIGINT ignored; an ignored signal never reaches sigwait.
-    signal(SIGINT, SIG_DFL);
-    signal(SIGTERM, SIG_DFL);
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    const sigset_t stopSignals = blockStopSignals();
 
     httplib::Server server;
     // Answers go out at once instead of waiting on Nagle's algorithm (about 40 ms a request).

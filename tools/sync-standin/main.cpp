@@ -20,6 +20,7 @@
 #include "platform/seam.h"
 #include "shared/config.h"
 #include "shared/rates.h"
+#include "stop_signals.h"
 #include "sync_simulation.h"
 
 namespace {
@@ -101,15 +102,8 @@ int main(int argc, char** argv) {
         ++i;
     }
 
-    // Ctrl-C and SIGTERM arrive as reads on a descriptor, in the event loop. A shell starts
-    // background jobs with SIGINT ignored; an ignored signal would never arrive.
-    signal(SIGINT, SIG_DFL);
-    signal(SIGTERM, SIG_DFL);
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    // Ctrl-C and SIGTERM arrive as reads on a descriptor, in the event loop.
+    const sigset_t stopSignals = blockStopSignals();
     const int stopFd = signalfd(-1, &stopSignals, SFD_CLOEXEC);
 
     QCoreApplication app(argc, argv);
